@@ -1,0 +1,42 @@
+// Driver and diagnostics: the pass pipeline, the context stack, every report
+// and every stop, and the allocator of the records that live for the whole run.
+// Includes no scene header; every other module reports through these calls.
+#ifndef WORLDPARE_MAIN_H
+#define WORLDPARE_MAIN_H
+
+#include <cstddef>
+
+#define WORLDPARE_PRINTF(formatIndex) __attribute__((format(printf, formatIndex, formatIndex + 1)))
+
+/// A check: a condition that holds in a good run. Bad input reaches it too, so it
+/// is never compiled out; its text is the report, quoted as written here.
+#define CHECK(condition) ((condition) ? (void)0 : assertionFailed(#condition, __FILE__, __LINE__))
+
+void pushContext(const char* format, ...) WORLDPARE_PRINTF(1);
+void popContext();
+/// A recoverable error: stops the run unless -l was given, when it is a warning.
+void reportError(const char* format, ...) WORLDPARE_PRINTF(1);
+/// A remark that never stops the run.
+void reportAlert(const char* format, ...) WORLDPARE_PRINTF(1);
+[[noreturn]] void assertionFailed(const char* expression, const char* file, int line);
+/// Removes a partial output file and ends the process with status -3.
+[[noreturn]] void stopRun();
+
+/// The whole run over arguments already split; argv[0] is not read.
+int worldPareMain(int argc, char** argv);
+
+/// Zeroed memory for a record or string that lives until the process ends.
+void* allocateRecord(size_t size);
+template <class Record>
+Record* newRecord() {
+  return static_cast<Record*>(allocateRecord(sizeof(Record)));
+}
+template <class Element>
+Element* newArray(size_t count) {
+  return static_cast<Element*>(allocateRecord(sizeof(Element) * count));
+}
+/// An owned copy of the first `length` bytes of `text`, NUL-ended.
+char* copyString(const char* text, size_t length);
+char* copyString(const char* text);
+
+#endif

@@ -1,0 +1,69 @@
+// String table: chained hashing with a fixed bucket count.
+#include "stringtable.h"
+
+#include <cstring>
+
+StringTable::StringTable(int32_t count, void (*release)(void*))
+    : bucketCount(count), buckets(new Entry*[count]()), releaseData(release) {}
+
+StringTable::~StringTable() {
+  for (int32_t i = 0; i < bucketCount; i++) {
+    Entry* entry = buckets[i];
+    while (entry != nullptr) {
+      Entry* next = entry->next;
+      if (releaseData != nullptr) releaseData(entry->data);
+      delete[] entry->key;
+      delete entry;
+      entry = next;
+    }
+  }
+  delete[] buckets;
+}
+
+// Each byte enters as a sign-extended value, shifted by 0, 5, 10, ... wrapping
+// below 24, so that long keys still touch the low bits.
+uint32_t StringTable::hashString(const char* key) {
+  uint32_t hash = 0;
+  int shift = 0;
+  for (const char* p = key; *p != 0; p++) {
+    int32_t value = static_cast<signed char>(*p);
+    hash ^= static_cast<uint32_t>(value) << shift;
+    shift += 5;
+    if (shift > 23) shift -= 23;
+  }
+  return hash;
+}
+
+StringTable::Entry* StringTable::addString(const char* key, void* data) {
+  size_t length = strlen(key);
+  Entry* entry = new Entry;
+  entry->key = new char[length + 1];
+  memcpy(entry->key, key, length + 1);
+  entry->hash = hashString(key);
+  entry->data = data;
+  Entry** chain = chainOf(entry->hash);
+  entry->next = *chain;
+  *chain = entry;
+  return entry;
+}
+
+StringTable::Entry* StringTable::findString(const char* key) const {
+  uint32_t hash = hashString(key);
+  for (Entry* entry = *chainOf(hash); entry != nullptr; entry = entry->next) {
+    if (entry->hash == hash && strcmp(entry->key, key) == 0) return entry;
+  }
+  return nullptr;
+}
+
+void StringTable::removeString(const char* key) {
+  uint32_t hash = hashString(key);
+  for (Entry** link = chainOf(hash); *link != nullptr; link = &(*link)->next) {
+    Entry* entry = *link;
+    if (entry->hash == hash && strcmp(entry->key, key) == 0) {
+      *link = entry->next;
+      delete[] entry->key;
+      delete entry;
+      return;
+    }
+  }
+}

@@ -1,0 +1,39 @@
+// String table: the one associative container of the program, a chained hash
+// table from NUL-ended strings to one pointer. It never grows or rehashes.
+// Includes no other module.
+#ifndef WORLDPARE_STRINGTABLE_H
+#define WORLDPARE_STRINGTABLE_H
+
+#include <cstdint>
+
+class StringTable {
+ public:
+  /// One key and its datum; the chain of a bucket is newest first.
+  struct Entry {
+    Entry* next;
+    char* key;      ///< owned copy of the key
+    uint32_t hash;  ///< full hash of the key, not reduced by the bucket count
+    void* data;     ///< not owned unless releaseData says so
+  };
+
+  StringTable(int32_t bucketCount, void (*releaseData)(void*));
+  ~StringTable();
+  StringTable(const StringTable&) = delete;
+  StringTable& operator=(const StringTable&) = delete;
+
+  /// Puts a new entry at the head of its chain; a present key is hidden, not replaced.
+  Entry* addString(const char* key, void* data);
+  Entry* findString(const char* key) const;
+  void removeString(const char* key);
+
+  static uint32_t hashString(const char* key);
+
+ private:
+  Entry** chainOf(uint32_t hash) const { return &buckets[hash % uint32_t(bucketCount)]; }
+
+  int32_t bucketCount;
+  Entry** buckets;
+  void (*releaseData)(void*);
+};
+
+#endif

@@ -1,0 +1,4 @@
+// Event cascade driver.
+#include "vrmlcascade.h"
+
+void VPFile::runCascade() {}

@@ -1,0 +1,1682 @@
+// Scene model and VRML text: tokenizer, built-in library, field values,
+// nodes, PROTOs and ROUTEs, and the writer, in the order of the work.
+#include "vrmlparse.h"
+
+#include <sys/stat.h>
+
+#include <cctype>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "main.h"
+
+namespace {
+
+/* ---------------------------------------------------------------------------
+ * Field types and classes
+ * ------------------------------------------------------------------------ */
+
+typedef void (*ElementWriter)(FILE* stream, const VPValue* cell);
+typedef bool (*ElementEquality)(const VPValue* a, const VPValue* b);
+
+/// Everything that depends on a field type. An MF type's writer and equality
+/// are those of one element.
+struct FieldTypeInfo {
+  const char* word;
+  VPValue* (VPFile::*reader)();
+  ElementWriter writeElement;
+  ElementEquality elementsEqual;
+};
+
+bool floatsEqual(float a, float b) { return !(a < b) && !(b < a); }
+
+bool floatTuplesEqual(const float* a, const float* b, int count) {
+  for (int i = 0; i < count; i++) {
+    if (!floatsEqual(a[i], b[i])) return false;
+  }
+  return true;
+}
+
+bool intsEqual(const VPValue* a, const VPValue* b) { return a->intValue == b->intValue; }
+bool singleFloatsEqual(const VPValue* a, const VPValue* b) {
+  return floatsEqual(a->floatValue, b->floatValue);
+}
+bool pairsEqual(const VPValue* a, const VPValue* b) { return floatTuplesEqual(a->floats, b->floats, 2); }
+bool triplesEqual(const VPValue* a, const VPValue* b) { return floatTuplesEqual(a->floats, b->floats, 3); }
+bool quadruplesEqual(const VPValue* a, const VPValue* b) {
+  return floatTuplesEqual(a->floats, b->floats, 4);
+}
+bool stringsEqual(const VPValue* a, const VPValue* b) { return strcmp(a->string, b->string) == 0; }
+
+int64_t pixelCount(const VPImage* image) { return int64_t(image->width) * image->height; }
+
+bool imagesEqual(const VPValue* a, const VPValue* b) {
+  const VPImage* x = a->image;
+  const VPImage* y = b->image;
+  if (x->width != y->width || x->height != y->height || x->components != y->components) return false;
+  int64_t count = pixelCount(x);
+  return count < 1 || memcmp(x->pixels, y->pixels, size_t(count) * sizeof(int32_t)) == 0;
+}
+
+bool nodesNotComparable(const VPValue*, const VPValue*) {
+  CHECK(0);
+  return false;
+}
+
+void writeText(FILE* stream, const char* text, size_t length) { fwrite(text, 1, length, stream); }
+void writeText(FILE* stream, const char* text) { fputs(text, stream); }
+
+void writeFloats(FILE* stream, const float* values, int count) {
+  char line[4 * 32];
+  char* end = line;
+  for (int i = 0; i < count; i++) {
+    if (i > 0) *end++ = ' ';
+    end = formatFloat(end, values[i]);
+  }
+  *end++ = '\n';
+  writeText(stream, line, size_t(end - line));
+}
+
+void writeInt(FILE* stream, int32_t value) {
+  char line[16];
+  char* end = std::to_chars(line, line + sizeof line - 1, value).ptr;
+  *end++ = '\n';
+  writeText(stream, line, size_t(end - line));
+}
+
+void writeBool(FILE* stream, const VPValue* cell) {
+  if (cell->intValue == 1) {
+    writeText(stream, "TRUE\n");
+  } else if (cell->intValue == 0) {
+    writeText(stream, "FALSE\n");
+  } else {
+    CHECK(0);
+  }
+}
+
+void writeInt32(FILE* stream, const VPValue* cell) { writeInt(stream, cell->intValue); }
+void writeFloat(FILE* stream, const VPValue* cell) { writeFloats(stream, &cell->floatValue, 1); }
+void writeVec2f(FILE* stream, const VPValue* cell) { writeFloats(stream, cell->floats, 2); }
+void writeTriple(FILE* stream, const VPValue* cell) { writeFloats(stream, cell->floats, 3); }
+void writeRotation(FILE* stream, const VPValue* cell) { writeFloats(stream, cell->floats, 4); }
+
+void writeString(FILE* stream, const VPValue* cell) {
+  writeText(stream, cell->string);
+  writeText(stream, "\n");
+}
+
+// Width, height and components, then the pixels six to a line, each line
+// starting below the three integers.
+void writeImage(FILE* stream, const VPValue* cell) {
+  const VPImage* image = cell->image;
+  fprintf(stream, "%d %d %d", image->width, image->height, image->components);
+  int64_t count = pixelCount(image);
+  for (int64_t i = 0; i < count; i++) {
+    char text[16];
+    text[0] = i % 6 == 0 ? '\n' : ' ';
+    text[1] = '0';
+    text[2] = 'x';
+    char* end = std::to_chars(text + 3, text + sizeof text, uint32_t(image->pixels[i]), 16).ptr;
+    writeText(stream, text, size_t(end - text));
+  }
+  writeText(stream, "\n");
+}
+
+void writeNode(FILE* stream, const VPValue* cell) {
+  if (cell->node == nullptr) {
+    writeText(stream, "NULL\n");
+  } else {
+    cell->node->write(stream);
+  }
+}
+
+// NULL is no valid element of an MFNode, and the place of an element counts for
+// whichChoice, so a hole is printed as an empty Group.
+void writeNodeOrHole(FILE* stream, const VPValue* cell) {
+  if (cell->node == nullptr) {
+    writeText(stream, "Group {}\n");
+  } else {
+    cell->node->write(stream);
+  }
+}
+
+const FieldTypeInfo fieldTypes[] = {
+    {"SFBool", &VPFile::parseSFBool, writeBool, intsEqual},
+    {"SFColor", &VPFile::parseSFColor, writeTriple, triplesEqual},
+    {"SFFloat", &VPFile::parseSFFloat, writeFloat, singleFloatsEqual},
+    {"SFImage", &VPFile::parseSFImage, writeImage, imagesEqual},
+    {"SFInt32", &VPFile::parseSFInt32, writeInt32, intsEqual},
+    {"SFNode", &VPFile::parseNodeOrProto, writeNode, nodesNotComparable},
+    {"SFRotation", &VPFile::parseSFRotation, writeRotation, quadruplesEqual},
+    {"SFString", &VPFile::parseSFString, writeString, stringsEqual},
+    {"SFTime", &VPFile::parseSFTime, writeFloat, singleFloatsEqual},
+    {"SFVec2f", &VPFile::parseSFVec2f, writeVec2f, pairsEqual},
+    {"SFVec3f", &VPFile::parseSFVec3f, writeTriple, triplesEqual},
+    {"MFColor", &VPFile::parseMFColor, writeTriple, triplesEqual},
+    {"MFFloat", &VPFile::parseMFFloat, writeFloat, singleFloatsEqual},
+    {"MFInt32", &VPFile::parseMFInt32, writeInt32, intsEqual},
+    {"MFNode", &VPFile::parseMFNode, writeNodeOrHole, nodesNotComparable},
+    {"MFRotation", &VPFile::parseMFRotation, writeRotation, quadruplesEqual},
+    {"MFString", &VPFile::parseMFString, writeString, stringsEqual},
+    {"MFTime", &VPFile::parseMFTime, writeFloat, singleFloatsEqual},
+    {"MFVec2f", &VPFile::parseMFVec2f, writeVec2f, pairsEqual},
+    {"MFVec3f", &VPFile::parseMFVec3f, writeTriple, triplesEqual},
+};
+static_assert(sizeof fieldTypes / sizeof fieldTypes[0] == VP_FIELD_TYPE_COUNT,
+              "one row for each field type");
+
+const char* const fieldClassWords[] = {"eventIn", "eventOut", "exposedField", "field"};
+static_assert(sizeof fieldClassWords / sizeof fieldClassWords[0] == VP_FIELD_CLASS_COUNT,
+              "one word for each field class");
+
+const FieldTypeInfo& fieldType(int type) {
+  if (type < 0 || type >= VP_FIELD_TYPE_COUNT) CHECK(0);
+  return fieldTypes[type];
+}
+
+int findWord(const char* const* words, int count, const char* text) {
+  for (int i = 0; i < count; i++) {
+    if (strcmp(words[i], text) == 0) return i;
+  }
+  return -1;
+}
+
+int findTypeWord(const char* text) {
+  for (int i = 0; i < VP_FIELD_TYPE_COUNT; i++) {
+    if (strcmp(fieldTypes[i].word, text) == 0) return i;
+  }
+  return VPField::TypeNone;
+}
+
+void writeValue(FILE* stream, int type, const VPValue* value) {
+  ElementWriter writeElement = fieldType(type).writeElement;
+  if (type < VPField::MFColor || value->next == nullptr) {
+    writeElement(stream, value);
+    return;
+  }
+  writeText(stream, "[\n");
+  for (const VPValue* cell = value; cell != nullptr; cell = cell->next) writeElement(stream, cell);
+  writeText(stream, "]\n");
+}
+
+}  // namespace
+
+const char* fieldTypeWord(int type) { return fieldType(type).word; }
+
+const char* fieldClassWord(int theClass) {
+  if (theClass < 0 || theClass >= VP_FIELD_CLASS_COUNT) CHECK(0);
+  return fieldClassWords[theClass];
+}
+
+char* formatFloat(char* buffer, float value) {
+  return std::to_chars(buffer, buffer + 32, double(value), std::chars_format::general, 6).ptr;
+}
+
+void writeFloat(FILE* stream, float value) { writeFloats(stream, &value, 1); }
+
+bool fieldValuesEqual(const VPFieldList* cell, const VPFieldList* other) {
+  const VPField* field = cell->field;
+  CHECK(field->theClass == other->field->theClass && field->theType == other->field->theType);
+  ElementEquality elementsEqual = fieldType(field->theType).elementsEqual;
+  const VPValue* a = cell->value;
+  const VPValue* b = other->value;
+  for (; a != nullptr && b != nullptr; a = a->next, b = b->next) {
+    if (!elementsEqual(a, b)) return false;
+  }
+  return a == nullptr && b == nullptr;
+}
+
+/* ---------------------------------------------------------------------------
+ * Scene model
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+enum { SET_ALIAS = 1, CHANGED_ALIAS = 2 };
+
+bool isChangedShaped(const char* name, size_t length) {
+  return length >= 9 && strcmp(name + length - 8, "_changed") == 0;
+}
+
+// The name, or an alias form of it where `aliases` allows one; aliases apply
+// to exposedFields only.
+bool matchesFieldName(const VPFieldList* cell, const char* name, int aliases) {
+  const char* cellName = cell->field->name;
+  if (strcmp(cellName, name) == 0) return true;
+  if (cell->field->theClass != VPField::EXPOSED_FIELD) return false;
+  if ((aliases & SET_ALIAS) && strncmp(name, "set_", 4) == 0 && strcmp(cellName, name + 4) == 0) {
+    return true;
+  }
+  size_t length = strlen(name);
+  return (aliases & CHANGED_ALIAS) && isChangedShaped(name, length) &&
+         strlen(cellName) == length - 8 && strncmp(cellName, name, length - 8) == 0;
+}
+
+VPFieldList* findInList(VPFieldList* list, const char* name, int aliases) {
+  for (VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
+    if (matchesFieldName(cell, name, aliases)) return cell;
+  }
+  return nullptr;
+}
+
+// The declared cell that a name means on an instance: its type's fields, then
+// a Script's interface.
+VPFieldList* findInstanceField(VPNode* node, const char* name, int aliases) {
+  VPFieldList* cell = findInList(node->other.baseProto->fields, name, aliases);
+  if (cell == nullptr && node->nodeType == VPNode::SCRIPT) {
+    cell = findInList(node->other.script.fields, name, aliases);
+  }
+  return cell;
+}
+
+VPFieldList* findCellOf(VPFieldList* list, const VPField* field) {
+  for (VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
+    if (cell->field == field) return cell;
+  }
+  return nullptr;
+}
+
+void clearVisitedNodes(const VPNodeList* list) {
+  for (const VPNodeList* cell = list; cell != nullptr; cell = cell->next) {
+    if (cell->node != nullptr) cell->node->clearVisited();
+  }
+}
+
+void clearVisitedNodeFields(const VPFieldList* list) {
+  for (const VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
+    if (cell->field->holdsNodes()) clearVisitedNodes(cell->value);
+  }
+}
+
+}  // namespace
+
+VPFieldList* VPNode::findField(const VPField* field) {
+  VPFieldList* cell = findCellOf(fields, field);
+  if (cell == nullptr && nodeType == SCRIPT) cell = findCellOf(other.script.fields, field);
+  return cell;
+}
+
+VPFieldList* VPNode::findFieldByName(const char* fieldName) {
+  if (nodeType == PROTO) return findInList(fields, fieldName, SET_ALIAS | CHANGED_ALIAS);
+  CHECK(nodeType == SCRIPT || nodeType == OTHER);
+  return findInstanceField(this, fieldName, SET_ALIAS | CHANGED_ALIAS);
+}
+
+VPField* VPNode::fieldByName(const char* fieldName) {
+  VPFieldList* cell = findFieldByName(fieldName);
+  return cell != nullptr ? cell->field : nullptr;
+}
+
+namespace {
+
+// A cell of the field that holds its value here: not one redirected to an event.
+VPFieldList* findValueCell(VPFieldList* list, const VPField* field) {
+  for (VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
+    if (cell->field == field && (cell->redirect == nullptr || cell->redirect->field->hasValue())) {
+      return cell;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+VPFieldList* VPNode::findEffectiveField(const VPField* field) {
+  CHECK(field->theClass == VPField::EXPOSED_FIELD || field->theClass == VPField::FIELD);
+  CHECK(nodeType == SCRIPT || nodeType == OTHER);
+  VPFieldList* cell = findValueCell(fields, field);
+  if (cell == nullptr && nodeType == SCRIPT) cell = findValueCell(other.script.fields, field);
+  if (cell == nullptr) {
+    VPFieldList* nodeField = other.baseProto->findField(field);
+    CHECK(nodeField != NULL);
+    CHECK(nodeField->redirect == NULL);
+    return nodeField;
+  }
+  if (cell->redirect == nullptr) return cell;
+  VPFieldList* protoField = cell->redirect->proto->findField(cell->redirect->field);
+  CHECK(protoField != NULL);
+  CHECK(protoField->redirect == NULL);
+  return protoField;
+}
+
+void VPNode::clearVisited() {
+  if (!visited) return;
+  visited = 0;
+  switch (nodeType) {
+  case EXTERNPROTO:
+    return;
+  case PROTO:
+    clearVisitedNodes(body);
+    return;
+  default:
+    clearVisitedNodeFields(fields);
+    if (nodeType == OTHER) {
+      clearVisitedNodes(other.generic.implementation);
+    } else {
+      clearVisitedNodeFields(other.script.fields);
+    }
+  }
+}
+
+void VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest, VPField* destField) {
+  CHECK(source->nodeType == OTHER || source->nodeType == SCRIPT);
+  CHECK(dest->nodeType == OTHER || dest->nodeType == SCRIPT);
+  VPRoute* route = newRecord<VPRoute>();
+  *route = {source, sourceField, dest, destField};
+  VPRouteList* out = newRecord<VPRouteList>();
+  *out = {source->other.routesOut, route};
+  source->other.routesOut = out;
+  VPRouteList* in = newRecord<VPRouteList>();
+  *in = {dest->other.routesIn, route};
+  dest->other.routesIn = in;
+}
+
+void VPFile::clearVisited() { clearVisitedNodes(topLevel); }
+
+VPNode* VPFile::findNamedNode(const char* name) {
+  if (currentProto != nullptr) {
+    StringTable::Entry* entry = currentProtoNamedNodes->findString(name);
+    if (entry != nullptr) return static_cast<VPNode*>(entry->data);
+  }
+  StringTable::Entry* entry = namedNodes->findString(name);
+  return entry != nullptr ? static_cast<VPNode*>(entry->data) : nullptr;
+}
+
+/* ---------------------------------------------------------------------------
+ * Reading a file
+ * ------------------------------------------------------------------------ */
+
+void VPFile::readFile(const char* path) {
+  struct stat status;
+  if (stat(path, &status) != 0) {
+    fprintf(stderr, "File %s doesn't exist\n", path);
+    CHECK(0);
+  }
+  size_t size = size_t(status.st_size);
+  char* buffer = static_cast<char*>(malloc(size + 1));
+  FILE* input = buffer != nullptr ? fopen(path, "rb") : nullptr;
+  if (input == nullptr) {
+    fprintf(stderr, "Failed to read file %s\n", path);
+    CHECK(0);
+  }
+  if (fread(buffer, 1, size, input) != size) {
+    fprintf(stderr, "Failed to read entire file %s\n", path);
+    CHECK(0);
+  }
+  fclose(input);
+  buffer[size] = 0;
+  parseText(buffer);
+  free(buffer);
+}
+
+namespace {
+
+// Reads items into the list that `last` ends, till a token that begins none.
+void parseItems(VPFile* file, VPNodeList** last) {
+  for (;;) {
+    CHECK((*last) == NULL);
+    VPNodeList* item = file->parseNodeOrProto();
+    if (item == nullptr) return;
+    *last = item;
+    last = &item->next;
+  }
+}
+
+}  // namespace
+
+void VPFile::parseText(char* text) {
+  startText(text);
+  skipSpace();
+  if (strncmp(cursor, "#VRML V2.0 utf8", 15) != 0) {
+    fprintf(stderr, "This is not a VRML 2.0 file\n");
+    CHECK(0);
+  }
+  parseItems(this, &topLevel);
+}
+
+void VPFile::startText(char* text) {
+  cursor = text;
+  savedChar = static_cast<unsigned char>(*text);
+  pushedBack = 0;
+  lineNumber = 1;
+}
+
+void VPFile::skipSpace() {
+  *cursor = char(savedChar);
+  while (isspace(static_cast<unsigned char>(*cursor))) {
+    if (*cursor == '\n') lineNumber++;
+    cursor++;
+  }
+  savedChar = static_cast<unsigned char>(*cursor);
+}
+
+/* ---------------------------------------------------------------------------
+ * Tokenizer: tokens are cut in place by a NUL behind them
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+inline bool isIdentifierStart(unsigned char c) { return isalpha(c) || c == '_'; }
+inline bool isIdentifierPart(unsigned char c) { return isalnum(c) || c == '_' || c == '-'; }
+inline bool isDigit(char c) { return isdigit(static_cast<unsigned char>(c)); }
+
+char* skipDigits(char* p) {
+  while (isDigit(*p)) p++;
+  return p;
+}
+
+// Decimal and hexadecimal values keep their low 32 bits, whatever their length.
+// No digits leave `value` as it stood.
+void readDecimal(const char* text, int32_t* value) {
+  bool negative = *text == '-';
+  if (*text == '-' || *text == '+') text++;
+  if (!isDigit(*text)) return;
+  uint32_t magnitude = 0;
+  for (; isDigit(*text); text++) magnitude = magnitude * 10 + uint32_t(*text - '0');
+  *value = int32_t(negative ? 0u - magnitude : magnitude);
+}
+
+void readHexadecimal(const char* digits, int32_t* value) {
+  if (!isxdigit(static_cast<unsigned char>(*digits))) return;
+  uint32_t result = 0;
+  for (; isxdigit(static_cast<unsigned char>(*digits)); digits++) {
+    char c = char(tolower(static_cast<unsigned char>(*digits)));
+    result = result * 16 + uint32_t(isDigit(c) ? c - '0' : c - 'a' + 10);
+  }
+  *value = int32_t(result);
+}
+
+// A correctly rounded float; a text with no number leaves `value` as it stood.
+void readFloat(const char* text, float* value) {
+  const char* start = *text == '+' ? text + 1 : text;
+  float result;
+  std::from_chars_result read = std::from_chars(start, start + strlen(start), result);
+  if (read.ec == std::errc()) {
+    *value = result;
+  } else if (read.ec == std::errc::result_out_of_range) {
+    *value = strtof(text, nullptr);
+  }
+}
+
+}  // namespace
+
+void VPFile::nextToken() {
+  if (pushedBack) {
+    pushedBack = 0;
+    return;
+  }
+  *cursor = char(savedChar);
+  for (;;) {
+    unsigned char c = *cursor;
+    if (c == '\n') {
+      lineNumber++;
+      cursor++;
+    } else if (isspace(c) || c == ',') {
+      cursor++;
+    } else if (c == '#') {
+      while (*cursor != 0 && *cursor != '\n') cursor++;
+    } else {
+      break;
+    }
+  }
+  token = cursor;
+  unsigned char c = *cursor;
+  if (isIdentifierStart(c)) {
+    scanIdentifier();
+  } else if (c == '-' || c == '+' || c == '.' || isdigit(c)) {
+    scanNumber();
+  } else if (c == '"') {
+    scanString();
+  } else if (c == 0) {
+    tokType = TokNone;
+    savedChar = 0;
+  } else {
+    cursor++;
+    endToken(TokSymbol);
+  }
+}
+
+void VPFile::endToken(int type) {
+  savedChar = static_cast<unsigned char>(*cursor);
+  *cursor = 0;
+  tokType = type;
+}
+
+void VPFile::scanIdentifier() {
+  while (isIdentifierPart(static_cast<unsigned char>(*cursor))) cursor++;
+  endToken(TokId);
+  if (strcmp(token, "TRUE") == 0) {
+    tokType = TokBool;
+    tokValue.intValue = 1;
+  } else if (strcmp(token, "FALSE") == 0) {
+    tokType = TokBool;
+    tokValue.intValue = 0;
+  }
+}
+
+void VPFile::scanNumber() {
+  char* p = cursor;
+  if (*p == '.' && !isDigit(p[1])) {
+    cursor++;
+    endToken(TokSymbol);
+    return;
+  }
+  if (*p == '-' || *p == '+') p++;
+  while (*p == '0') p++;
+  if (*p == 'x' || *p == 'X') {
+    char* digits = ++p;
+    while (isxdigit(static_cast<unsigned char>(*p))) p++;
+    cursor = p;
+    endToken(TokInt);
+    readHexadecimal(digits, &tokValue.intValue);
+    return;
+  }
+  p = skipDigits(p);
+  bool isFloat = false;
+  if (*p == '.') {
+    isFloat = true;
+    p = skipDigits(p + 1);
+  }
+  if (*p == 'E' || *p == 'e') {
+    isFloat = true;
+    p++;
+    if (*p == '-' || *p == '+') p++;
+    p = skipDigits(p);
+  }
+  cursor = p;
+  if (isFloat) {
+    endToken(TokFloat);
+    readFloat(token, &tokValue.floatValue);
+  } else {
+    endToken(TokInt);
+    readDecimal(token, &tokValue.intValue);
+  }
+}
+
+// The token keeps its quotes and backslashes; an escaped quote does not end it.
+void VPFile::scanString() {
+  char* p = cursor + 1;
+  while (*p != 0 && *p != '"') {
+    if (*p == '\\') {
+      p++;
+      if (*p == 0) break;
+    }
+    if (*p == '\n') lineNumber++;
+    p++;
+  }
+  if (*p == '"') p++;
+  cursor = p;
+  endToken(TokString);
+}
+
+/* ---------------------------------------------------------------------------
+ * Built-in library: the standard nodes as EXTERNPROTOs with default values
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+const char* const libraryChunks[] = {
+    R"vrml(#VRML V2.0 utf8
+EXTERNPROTO Anchor [
+eventIn MFNode addChildren
+eventIn MFNode removeChildren
+exposedField MFNode children=[]
+field SFVec3f bboxCenter=0 0 0
+field SFVec3f bboxSize=-1 -1 -1
+exposedField SFString description=""
+exposedField MFString parameter=[]
+exposedField MFString url=[]
+] "urn:wp:#QvAnchor"
+EXTERNPROTO Appearance [
+exposedField SFNode material=NULL
+exposedField SFNode texture=NULL
+exposedField SFNode textureTransform=NULL
+] "urn:wp:#QvAppearance"
+EXTERNPROTO AudioClip [
+exposedField SFString description=""
+exposedField SFBool loop=FALSE
+exposedField SFFloat pitch=1.0
+exposedField SFTime startTime=0
+exposedField SFTime stopTime=0
+exposedField MFString url=[]
+eventOut SFTime duration_changed
+eventOut SFBool isActive
+] "urn:wp:#QvAudioClip"
+EXTERNPROTO Background [
+eventIn SFBool set_bind
+eventOut SFBool isBound
+exposedField MFFloat groundAngle=[]
+exposedField MFColor groundColor=[]
+exposedField MFString backUrl=[]
+exposedField MFString bottomUrl=[]
+exposedField MFString frontUrl=[]
+exposedField MFString leftUrl=[]
+exposedField MFString rightUrl=[]
+exposedField MFString topUrl=[]
+exposedField MFFloat skyAngle=[]
+exposedField MFColor skyColor=[ 0 0 0 ]
+] "urn:wp:#QvBackground"
+EXTERNPROTO Billboard [
+eventIn MFNode addChildren
+eventIn MFNode removeChildren
+exposedField MFNode children=[]
+field SFVec3f bboxCenter=0 0 0
+field SFVec3f bboxSize=-1 -1 -1
+exposedField SFVec3f axisOfRotation=0 1 0
+] "urn:wp:#QvBillboard"
+EXTERNPROTO Box [
+field SFVec3f size=2 2 2
+] "urn:wp:#QvBox"
+EXTERNPROTO Collision [
+eventIn MFNode addChildren
+eventIn MFNode removeChildren
+exposedField MFNode children=[]
+field SFVec3f bboxCenter=0 0 0
+field SFVec3f bboxSize=-1 -1 -1
+exposedField SFBool collide=TRUE
+field SFNode proxy=NULL
+eventOut SFTime collideTime
+] "urn:wp:#QvCollision"
+)vrml",
+    R"vrml(#VRML V2.0 utf8
+EXTERNPROTO Color [
+exposedField MFColor color=[]
+] "urn:wp:#QvColor"
+EXTERNPROTO ColorInterpolator [
+eventIn SFFloat set_fraction
+exposedField MFFloat key=[]
+exposedField MFColor keyValue=[]
+eventOut SFColor value_changed
+] "urn:wp:#QvColorInterpolator"
+EXTERNPROTO Cone [
+field SFFloat bottomRadius=1
+field SFFloat height=2
+field SFBool side=TRUE
+field SFBool bottom=TRUE
+] "urn:wp:#QvCone"
+EXTERNPROTO Coordinate [
+exposedField MFVec3f point=[]
+] "urn:wp:#QvCoordinate"
+EXTERNPROTO CoordinateInterpolator [
+eventIn SFFloat set_fraction
+exposedField MFFloat key=[]
+exposedField MFVec3f keyValue=[]
+eventOut MFVec3f value_changed
+] "urn:wp:#QvCoordinateInterpolator"
+EXTERNPROTO Cylinder [
+field SFBool bottom=TRUE
+field SFFloat height=2
+field SFFloat radius=1
+field SFBool side=TRUE
+field SFBool top=TRUE
+] "urn:wp:#QvCylinder"
+EXTERNPROTO CylinderSensor [
+exposedField SFBool enabled=TRUE
+eventOut SFBool isActive
+exposedField SFBool autoOffset=TRUE
+exposedField SFFloat diskAngle=0.262
+exposedField SFFloat maxAngle=-1
+exposedField SFFloat minAngle=0
+exposedField SFFloat offset=0
+eventOut SFRotation rotation_changed
+eventOut SFVec3f trackPoint_changed
+] "urn:wp:#QvCylinderSensor"
+EXTERNPROTO DirectionalLight [
+exposedField SFFloat ambientIntensity=0
+exposedField SFColor color=1 1 1
+exposedField SFFloat intensity=1
+exposedField SFBool on=TRUE
+exposedField SFVec3f direction=0 0 -1
+] "urn:wp:#QvDirectionalLight"
+EXTERNPROTO ElevationGrid [
+eventIn MFFloat set_height
+exposedField SFNode color=NULL
+exposedField SFNode normal=NULL
+exposedField SFNode texCoord=NULL
+field MFFloat height=[]
+field SFBool ccw=TRUE
+field SFBool colorPerVertex=TRUE
+field SFFloat creaseAngle=0
+field SFBool normalPerVertex=TRUE
+field SFBool solid=TRUE
+field SFInt32 xDimension=0
+field SFFloat xSpacing=1.0
+field SFInt32 zDimension=0
+field SFFloat zSpacing=1.0
+] "urn:wp:#QvElevationGrid"
+)vrml",
+    R"vrml(#VRML V2.0 utf8
+EXTERNPROTO Extrusion [
+eventIn MFVec2f set_crossSection
+eventIn MFRotation set_orientation
+eventIn MFVec2f set_scale
+eventIn MFVec3f set_spine
+field SFBool beginCap=TRUE
+field SFBool ccw=TRUE
+field SFBool convex=TRUE
+field SFFloat creaseAngle=0
+field MFVec2f crossSection=[ 1 1, 1 -1, -1 -1, -1 1, 1 1 ]
+field SFBool endCap=TRUE
+field MFRotation orientation=0 0 1 0
+field MFVec2f scale=1 1
+field SFBool solid=TRUE
+field MFVec3f spine=[ 0 0 0, 0 1 0 ]
+] "urn:wp:#QvExtrusion"
+EXTERNPROTO Fog [
+eventIn SFBool set_bind
+eventOut SFBool isBound
+exposedField SFColor color=1 1 1
+exposedField SFString fogType="LINEAR"
+exposedField SFFloat visibilityRange=0
+] "urn:wp:#QvFog"
+EXTERNPROTO FontStyle [
+field MFString family=[ "SERIF" ]
+field SFBool horizontal=TRUE
+field MFString justify="BEGIN"
+field SFString language=""
+field SFBool leftToRight=TRUE
+field SFFloat size=1.0
+field SFFloat spacing=1.0
+field SFString style="PLAIN"
+field SFBool topToBottom=TRUE
+] "urn:wp:#QvFontStyle"
+EXTERNPROTO Group [
+eventIn MFNode addChildren
+eventIn MFNode removeChildren
+exposedField MFNode children=[]
+field SFVec3f bboxCenter=0 0 0
+field SFVec3f bboxSize=-1 -1 -1
+] "urn:wp:#QvGroup"
+EXTERNPROTO ImageTexture [
+field SFBool repeatS=TRUE
+field SFBool repeatT=TRUE
+exposedField MFString url=[]
+] "urn:wp:#QvImageTexture"
+EXTERNPROTO IndexedFaceSet [
+eventIn MFInt32 set_colorIndex
+eventIn MFInt32 set_coordIndex
+eventIn MFInt32 set_normalIndex
+eventIn MFInt32 set_texCoordIndex
+exposedField SFNode color=NULL
+exposedField SFNode coord=NULL
+exposedField SFNode normal=NULL
+exposedField SFNode texCoord=NULL
+field SFBool ccw=TRUE
+field MFInt32 colorIndex=[]
+field SFBool colorPerVertex=TRUE
+field SFBool convex=TRUE
+field MFInt32 coordIndex=[]
+field SFFloat creaseAngle=0
+field MFInt32 normalIndex=[]
+field SFBool normalPerVertex=TRUE
+field SFBool solid=TRUE
+field MFInt32 texCoordIndex=[]
+] "urn:wp:#QvIndexedFaceSet"
+)vrml",
+    R"vrml(#VRML V2.0 utf8
+EXTERNPROTO IndexedLineSet [
+eventIn MFInt32 set_colorIndex
+eventIn MFInt32 set_coordIndex
+exposedField SFNode color=NULL
+exposedField SFNode coord=NULL
+field MFInt32 colorIndex=[]
+field SFBool colorPerVertex=TRUE
+field MFInt32 coordIndex=[]
+] "urn:wp:#QvIndexedLineSet"
+EXTERNPROTO Inline [
+exposedField MFString url=[]
+field SFVec3f bboxCenter=0 0 0
+field SFVec3f bboxSize=-1 -1 -1
+] "urn:wp:#QvInline"
+EXTERNPROTO LOD [
+exposedField MFNode level=[]
+field SFVec3f center=0 0 0
+field MFFloat range=[]
+] "urn:wp:#QvLOD"
+EXTERNPROTO Material [
+exposedField SFFloat ambientIntensity=0.2
+exposedField SFColor diffuseColor=0.8 0.8 0.8
+exposedField SFColor emissiveColor=0 0 0
+exposedField SFFloat shininess=0.2
+exposedField SFColor specularColor=0 0 0
+exposedField SFFloat transparency=0
+] "urn:wp:#QvMaterial"
+EXTERNPROTO MovieTexture [
+field SFBool repeatS=TRUE
+field SFBool repeatT=TRUE
+exposedField SFBool loop=FALSE
+exposedField SFFloat speed=1.0
+exposedField SFTime startTime=0
+exposedField SFTime stopTime=0
+exposedField MFString url=[]
+eventOut SFTime duration_changed
+eventOut SFBool isActive
+] "urn:wp:#QvMovieTexture"
+EXTERNPROTO NavigationInfo [
+eventIn SFBool set_bind
+eventOut SFBool isBound
+exposedField MFFloat avatarSize=[ 0.25, 1.6, 0.75 ]
+exposedField SFBool headlight=TRUE
+exposedField SFFloat speed=1.0
+exposedField MFString type="WALK"
+exposedField SFFloat visibilityLimit=0.0
+] "urn:wp:#QvNavigationInfo"
+EXTERNPROTO Normal [
+exposedField MFVec3f vector=[]
+] "urn:wp:#QvNormal"
+EXTERNPROTO NormalInterpolator [
+eventIn SFFloat set_fraction
+exposedField MFFloat key=[]
+exposedField MFVec3f keyValue=[]
+eventOut MFVec3f value_changed
+] "urn:wp:#QvNormalInterpolator"
+EXTERNPROTO OrientationInterpolator [
+eventIn SFFloat set_fraction
+exposedField MFFloat key=[]
+exposedField MFRotation keyValue=[]
+eventOut SFRotation value_changed
+] "urn:wp:#QvOrientationInterpolator"
+)vrml",
+    R"vrml(#VRML V2.0 utf8
+EXTERNPROTO PixelTexture [
+field SFBool repeatS=TRUE
+field SFBool repeatT=TRUE
+exposedField SFImage image=0 0 0
+] "urn:wp:#QvPixelTexture"
+EXTERNPROTO PlaneSensor [
+exposedField SFBool enabled=TRUE
+eventOut SFBool isActive
+exposedField SFBool autoOffset=TRUE
+exposedField SFVec2f maxPosition=-1 -1
+exposedField SFVec2f minPosition=0 0
+exposedField SFVec3f offset=0 0 0
+eventOut SFVec3f trackPoint_changed
+eventOut SFVec3f translation_changed
+] "urn:wp:#QvPlaneSensor"
+EXTERNPROTO PointLight [
+exposedField SFFloat ambientIntensity=0
+exposedField SFColor color=1 1 1
+exposedField SFFloat intensity=1
+exposedField SFBool on=TRUE
+exposedField SFVec3f attenuation=1 0 0
+exposedField SFVec3f location=0 0 0
+exposedField SFFloat radius=100
+] "urn:wp:#QvPointLight"
+EXTERNPROTO PointSet [
+exposedField SFNode color=NULL
+exposedField SFNode coord=NULL
+] "urn:wp:#QvPointSet"
+EXTERNPROTO PositionInterpolator [
+eventIn SFFloat set_fraction
+exposedField MFFloat key=[]
+exposedField MFVec3f keyValue=[]
+eventOut SFVec3f value_changed
+] "urn:wp:#QvPositionInterpolator"
+EXTERNPROTO ProximitySensor [
+exposedField SFVec3f center=0 0 0
+exposedField SFVec3f size=0 0 0
+exposedField SFBool enabled=TRUE
+eventOut SFBool isActive
+eventOut SFVec3f position_changed
+eventOut SFRotation orientation_changed
+eventOut SFTime enterTime
+eventOut SFTime exitTime
+] "urn:wp:#QvProximitySensor"
+EXTERNPROTO ScalarInterpolator [
+eventIn SFFloat set_fraction
+exposedField MFFloat key=[]
+exposedField MFFloat keyValue=[]
+eventOut SFFloat value_changed
+] "urn:wp:#QvScalarInterpolator"
+EXTERNPROTO Script [
+exposedField MFString url=[]
+field SFBool directOutput=FALSE
+field SFBool mustEvaluate=FALSE
+] "urn:wp:#QvScript"
+EXTERNPROTO Shape [
+exposedField SFNode appearance=NULL
+exposedField SFNode geometry=NULL
+] "urn:wp:#QvShape"
+)vrml",
+    R"vrml(#VRML V2.0 utf8
+EXTERNPROTO Sound [
+exposedField SFVec3f direction=0 0 1
+exposedField SFFloat intensity=1
+exposedField SFVec3f location=0 0 0
+exposedField SFFloat maxBack=10
+exposedField SFFloat maxFront=10
+exposedField SFFloat minBack=1
+exposedField SFFloat minFront=1
+exposedField SFFloat priority=0
+exposedField SFNode source=NULL
+field SFBool spatialize=TRUE
+] "urn:wp:#QvSound"
+EXTERNPROTO Sphere [
+field SFFloat radius=1
+] "urn:wp:#QvSphere"
+EXTERNPROTO SphereSensor [
+exposedField SFBool enabled=TRUE
+eventOut SFBool isActive
+exposedField SFBool autoOffset=TRUE
+exposedField SFRotation offset=0 1 0 0
+eventOut SFRotation rotation_changed
+eventOut SFVec3f trackPoint_changed
+] "urn:wp:#QvSphereSensor"
+EXTERNPROTO SpotLight [
+exposedField SFFloat ambientIntensity=0
+exposedField SFColor color=1 1 1
+exposedField SFFloat intensity=1
+exposedField SFBool on=TRUE
+exposedField SFVec3f attenuation=1 0 0
+exposedField SFVec3f location=0 0 0
+exposedField SFFloat radius=100
+exposedField SFFloat beamWidth=1.570796
+exposedField SFFloat cutOffAngle=0.785398
+exposedField SFVec3f direction=0 0 -1
+] "urn:wp:#QvSpotLight"
+EXTERNPROTO Switch [
+exposedField MFNode choice=[]
+exposedField SFInt32 whichChoice=-1
+] "urn:wp:#QvSwitch"
+EXTERNPROTO Text [
+exposedField MFString string=[]
+exposedField SFNode fontStyle=NULL
+exposedField MFFloat length=[]
+exposedField SFFloat maxExtent=0.0
+] "urn:wp:#QvText"
+EXTERNPROTO TextureCoordinate [
+exposedField MFVec2f point=[]
+] "urn:wp:#QvTextureCoordinate"
+EXTERNPROTO TextureTransform [
+exposedField SFVec2f center=0 0
+exposedField SFFloat rotation=0
+exposedField SFVec2f scale=1 1
+exposedField SFVec2f translation=0 0
+] "urn:wp:#QvTextureTransform"
+)vrml",
+    R"vrml(#VRML V2.0 utf8
+EXTERNPROTO TimeSensor [
+exposedField SFTime cycleInterval=1
+exposedField SFBool enabled=TRUE
+exposedField SFBool loop=FALSE
+exposedField SFTime startTime=0
+exposedField SFTime stopTime=0
+eventOut SFTime cycleTime
+eventOut SFFloat fraction_changed
+eventOut SFBool isActive
+eventOut SFTime time
+] "urn:wp:#QvTimeSensor"
+EXTERNPROTO TouchSensor [
+exposedField SFBool enabled=TRUE
+eventOut SFBool isActive
+eventOut SFVec3f hitNormal_changed
+eventOut SFVec3f hitPoint_changed
+eventOut SFVec2f hitTexCoord_changed
+eventOut SFBool isOver
+eventOut SFTime touchTime
+] "urn:wp:#QvTouchSensor"
+EXTERNPROTO Transform [
+eventIn MFNode addChildren
+eventIn MFNode removeChildren
+exposedField MFNode children=[]
+field SFVec3f bboxCenter=0 0 0
+field SFVec3f bboxSize=-1 -1 -1
+exposedField SFVec3f center=0 0 0
+exposedField SFRotation rotation=0 0 1 0
+exposedField SFVec3f scale=1 1 1
+exposedField SFRotation scaleOrientation=0 0 1 0
+exposedField SFVec3f translation=0 0 0
+] "urn:wp:#QvTransform"
+EXTERNPROTO Viewpoint [
+eventIn SFBool set_bind
+eventOut SFBool isBound
+exposedField SFFloat fieldOfView=0.785398
+exposedField SFBool jump=TRUE
+exposedField SFRotation orientation=0 0 1 0
+exposedField SFVec3f position=0 0 10
+field SFString description=""
+eventOut SFTime bindTime
+] "urn:wp:#QvViewpoint"
+EXTERNPROTO VisibilitySensor [
+exposedField SFVec3f center=0 0 0
+exposedField SFBool enabled=TRUE
+exposedField SFVec3f size=0 0 0
+eventOut SFTime enterTime
+eventOut SFTime exitTime
+eventOut SFBool isActive
+] "urn:wp:#QvVisibilitySensor"
+EXTERNPROTO WorldInfo [
+field MFString info=[]
+field SFString title=""
+] "urn:wp:#QvWorldInfo"
+)vrml",
+};
+
+}  // namespace
+
+VPFile::VPFile() {
+  protos = new StringTable(211, nullptr);
+  namedNodes = new StringTable(211, nullptr);
+  for (const char* chunk : libraryChunks) {
+    std::vector<char> text(chunk, chunk + strlen(chunk) + 1);  // the tokenizer writes into it
+    parseText(text.data());
+    topLevel = nullptr;
+  }
+}
+
+/* ---------------------------------------------------------------------------
+ * Field values: a reader gives a cell, or NULL with the token pushed back
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+VPFieldList* findDeclaredField(VPFieldList* list, const char* name) {
+  for (VPFieldList* iter = list; iter != nullptr; iter = iter->next) {
+    if (strcmp(iter->field->name, name) == 0) return iter;
+  }
+  return nullptr;
+}
+
+VPRedirect* newRedirect(VPNode* proto, VPField* field) {
+  VPRedirect* redirect = newRecord<VPRedirect>();
+  *redirect = {proto, field};
+  return redirect;
+}
+
+VPValue* newIntCell(int32_t value) {
+  VPValue* cell = newRecord<VPValue>();
+  cell->intValue = value;
+  return cell;
+}
+
+VPValue* newFloatCell(float value) {
+  VPValue* cell = newRecord<VPValue>();
+  cell->floatValue = value;
+  return cell;
+}
+
+}  // namespace
+
+void VPFile::parseFieldValue(VPFieldList* cell) {
+  nextToken();
+  if (strcmp(token, "IS") == 0) {
+    CHECK(currentProto != NULL);
+    nextToken();
+    VPFieldList* declared = findDeclaredField(currentProto->fields, token);
+    if (declared == nullptr) CHECK(0);
+    cell->redirect = newRedirect(currentProto, declared->field);
+    return;
+  }
+  pushBack();
+  cell->value = (this->*fieldType(cell->field->theType).reader)();
+}
+
+bool VPFile::parseFloatToken(float* result) {
+  nextToken();
+  if (tokType == TokInt) {
+    *result = float(tokValue.intValue);
+  } else if (tokType == TokFloat) {
+    *result = tokValue.floatValue;
+  } else {
+    pushBack();
+    return false;
+  }
+  return true;
+}
+
+// A value of `count` numbers. Cut short after its first number, it is reported
+// on the error stream and lost.
+VPValue* VPFile::parseFloatTuple(int count, const char* partialWord) {
+  float values[4];
+  if (!parseFloatToken(&values[0])) return nullptr;
+  for (int i = 1; i < count; i++) {
+    if (!parseFloatToken(&values[i])) {
+      fprintf(stderr, "Partial %s on line %d\n", partialWord, lineNumber);
+      return nullptr;
+    }
+  }
+  VPValue* cell = newRecord<VPValue>();
+  cell->floats = newArray<float>(size_t(count));
+  memcpy(cell->floats, values, sizeof(float) * size_t(count));
+  return cell;
+}
+
+VPValue* VPFile::parseSFBool() {
+  nextToken();
+  if (tokType != TokBool) {
+    pushBack();
+    return nullptr;
+  }
+  return newIntCell(tokValue.intValue);
+}
+
+VPValue* VPFile::parseSFInt32() {
+  nextToken();
+  if (tokType != TokInt) {
+    pushBack();
+    return nullptr;
+  }
+  return newIntCell(tokValue.intValue);
+}
+
+VPValue* VPFile::parseSFFloat() {
+  float value;
+  return parseFloatToken(&value) ? newFloatCell(value) : nullptr;
+}
+
+VPValue* VPFile::parseSFTime() { return parseSFFloat(); }
+VPValue* VPFile::parseSFColor() { return parseFloatTuple(3, "Color"); }
+VPValue* VPFile::parseSFRotation() { return parseFloatTuple(4, "Rotation"); }
+VPValue* VPFile::parseSFVec2f() { return parseFloatTuple(2, "Vec2f"); }
+VPValue* VPFile::parseSFVec3f() { return parseFloatTuple(3, "Vec3f"); }
+
+VPValue* VPFile::parseSFString() {
+  nextToken();
+  if (tokType != TokString) {
+    pushBack();
+    return nullptr;
+  }
+  VPValue* cell = newRecord<VPValue>();
+  cell->string = copyString(token);
+  return cell;
+}
+
+// Width, height, components, then width * height pixels; past the first
+// integer, every token must be an integer.
+VPValue* VPFile::parseSFImage() {
+  nextToken();
+  if (tokType != TokInt) {
+    pushBack();
+    return nullptr;
+  }
+  VPImage* image = newRecord<VPImage>();
+  image->width = tokValue.intValue;
+  nextToken();
+  CHECK(tokType == TokInt);
+  image->height = tokValue.intValue;
+  nextToken();
+  CHECK(tokType == TokInt);
+  image->components = tokValue.intValue;
+  int64_t count = pixelCount(image);
+  if (count >= 1) image->pixels = newArray<int32_t>(size_t(count));
+  for (int64_t i = 0; i < count; i++) {
+    nextToken();
+    CHECK(tokType == TokInt);
+    image->pixels[i] = tokValue.intValue;
+  }
+  VPValue* cell = newRecord<VPValue>();
+  cell->image = image;
+  return cell;
+}
+
+// List: "[" { element } "]" | element
+VPValue* VPFile::parseList(VPValue* (VPFile::*elementReader)()) {
+  nextToken();
+  if (token[0] != '[') {
+    pushBack();
+    return (this->*elementReader)();
+  }
+  VPValue* head = nullptr;
+  VPValue** nextValue = &head;
+  while (VPValue* cell = (this->*elementReader)()) {
+    CHECK((*nextValue) == NULL);
+    *nextValue = cell;
+    nextValue = &cell->next;
+  }
+  nextToken();
+  CHECK(*token == ']');
+  return head;
+}
+
+VPValue* VPFile::parseMFColor() { return parseList(&VPFile::parseSFColor); }
+VPValue* VPFile::parseMFFloat() { return parseList(&VPFile::parseSFFloat); }
+VPValue* VPFile::parseMFInt32() { return parseList(&VPFile::parseSFInt32); }
+VPValue* VPFile::parseMFNode() { return parseList(&VPFile::parseNodeOrProto); }
+VPValue* VPFile::parseMFRotation() { return parseList(&VPFile::parseSFRotation); }
+VPValue* VPFile::parseMFString() { return parseList(&VPFile::parseSFString); }
+VPValue* VPFile::parseMFTime() { return parseList(&VPFile::parseSFTime); }
+VPValue* VPFile::parseMFVec2f() { return parseList(&VPFile::parseSFVec2f); }
+VPValue* VPFile::parseMFVec3f() { return parseList(&VPFile::parseSFVec3f); }
+
+/* ---------------------------------------------------------------------------
+ * Nodes, PROTOs and ROUTEs
+ * ------------------------------------------------------------------------ */
+
+VPNodeList* VPFile::newNodeList(VPNode* node) {
+  VPNodeList* cell = newRecord<VPNodeList>();
+  cell->node = node;
+  return cell;
+}
+
+// NodeOrProto: EXTERNPROTO ... | PROTO ... | NULL | DEF Id Node | USE Id | ROUTE ... NodeOrProto | Node
+VPNodeList* VPFile::parseNodeOrProto() {
+  for (;;) {
+    nextToken();
+    if (strcmp(token, "EXTERNPROTO") == 0) return parseExternProto();
+    if (strcmp(token, "PROTO") == 0) return parseProto();
+    if (strcmp(token, "NULL") == 0) return newNodeList(nullptr);
+    if (strcmp(token, "DEF") == 0) {
+      nextToken();
+      CHECK(tokType == TokId);
+      return parseNode(copyString(token));
+    }
+    if (strcmp(token, "USE") == 0) {
+      nextToken();
+      CHECK(tokType == TokId);
+      VPNode* node = findNamedNode(token);
+      CHECK(node != NULL);
+      node->other.refCount++;
+      return newNodeList(node);
+    }
+    if (strcmp(token, "ROUTE") != 0) break;
+    parseRoute();
+  }
+  pushBack();
+  return parseNode(nullptr);
+}
+
+void VPFile::enterNodeName(char* nodeName, VPNode* node) {
+  if (currentProto != nullptr) {
+    CHECK(currentProtoNamedNodes->findString (nodeName) == 0);
+    currentProtoNamedNodes->addString(nodeName, node);
+  } else {
+    CHECK(namedNodes->findString (nodeName) == 0);
+    namedNodes->addString(nodeName, node);
+  }
+}
+
+// Node: TypeName "{" [ Interface ] NodeFields "}"
+// The DEF name is entered before the fields, so the node's own subtree can
+// refer to it. A duplicate name keeps the earlier node in this place.
+VPNodeList* VPFile::parseNode(char* nodeName) {
+  nextToken();
+  StringTable::Entry* entry = protos->findString(token);
+  if (entry == nullptr) {
+    if (tokType == TokId) fprintf(stderr, "Line %d node type %s unknown!\n", lineNumber, token);
+    pushBack();
+    return nullptr;
+  }
+  VPNode* proto = static_cast<VPNode*>(entry->data);
+  nextToken();
+  CHECK(*token == '{');
+  VPNodeList* result = newNodeList(newRecord<VPNode>());
+  VPNode* node = result->node;
+  node->other.refCount = 1;
+  node->other.baseProto = proto;
+  if (strcmp(proto->name, "Script") == 0) {
+    node->nodeType = VPNode::SCRIPT;
+    node->other.script.fields = parseInterface(1);
+  } else {
+    node->nodeType = VPNode::OTHER;
+  }
+  VPNode* earlier = nullptr;
+  if (nodeName != nullptr) {
+    node->name = nodeName;
+    earlier = findNamedNode(nodeName);
+    if (earlier != nullptr) {
+      reportError("Duplicate definition for node %s (deleting)!", nodeName);
+      earlier->other.refCount++;
+    } else {
+      enterNodeName(nodeName, node);
+    }
+  }
+  node->fields = parseNodeFields(proto->fields);
+  nextToken();
+  CHECK(*token == '}');
+  if (earlier != nullptr) {
+    result->node = earlier;
+  } else if (proto->nodeType == VPNode::PROTO) {
+    CHECK(result->node->nodeType == VPNode::OTHER);
+    VPNodeList* instance = newNodeList(node);
+    instance->next = proto->instances;
+    proto->instances = instance;
+  }
+  return result;
+}
+
+// NodeFields: { ROUTE ... | FieldName FieldValue }, in file order.
+// A "set_" or "_changed" form of a declared name is accepted on any field
+// class, but only with IS to an event of that direction.
+VPFieldList* VPFile::parseNodeFields(VPFieldList* declared) {
+  VPFieldList* head = nullptr;
+  VPFieldList** last = &head;
+  for (;;) {
+    nextToken();
+    while (strcmp(token, "ROUTE") == 0) {
+      parseRoute();
+      nextToken();
+    }
+    size_t n = strlen(token);
+    VPFieldList* bestFit = nullptr;
+    bool setForm = false, changedForm = false;
+    for (VPFieldList* cell = declared; cell != nullptr; cell = cell->next) {
+      const char* name = cell->field->name;
+      if (strcmp(name, token) == 0) {
+        bestFit = cell;
+        setForm = changedForm = false;
+        break;
+      }
+      if (strncmp(token, "set_", 4) == 0 && strcmp(name, token + 4) == 0) {
+        bestFit = cell;
+        setForm = true;
+      } else if (n > 8 && strcmp(token + n - 8, "_changed") == 0 && strlen(name) == n - 8 &&
+                 strncmp(name, token, n - 8) == 0) {
+        bestFit = cell;
+        changedForm = true;
+      }
+    }
+    if (bestFit == nullptr) {
+      pushBack();
+      return head;
+    }
+    VPFieldList* result = newRecord<VPFieldList>();
+    result->field = bestFit->field;
+    parseFieldValue(result);
+    if (result->redirect != nullptr) {
+      CHECK(result->redirect->field->theType == bestFit->field->theType);
+    }
+    if (setForm) {
+      CHECK(result->redirect != NULL);
+      CHECK(result->redirect->field->theClass == VPField::EVENT_IN);
+      if (bestFit->field->theClass != VPField::EXPOSED_FIELD) {
+        const char* name = bestFit->field->name;
+        fprintf(stderr, "Warning: Line %d, set_%s converted to %s\n", lineNumber, name, name);
+      }
+    } else if (changedForm) {
+      CHECK(result->redirect != NULL);
+      CHECK(result->redirect->field->theClass == VPField::EVENT_OUT);
+      CHECK(bestFit->field->theClass == VPField::EXPOSED_FIELD);
+    }
+    *last = result;
+    last = &result->next;
+  }
+}
+
+// Interface: { Declaration }, in file order.
+VPFieldList* VPFile::parseInterface(int withValues) {
+  VPFieldList* head = nullptr;
+  VPFieldList** last = &head;
+  while (VPFieldList* cell = parseDeclaration(withValues)) {
+    *last = cell;
+    last = &cell->next;
+  }
+  return head;
+}
+
+// Declaration: ClassWord TypeWord Id ( FieldValue | [ IS Id ] )
+// Without values (an EXTERNPROTO), a field's default follows an "=".
+VPFieldList* VPFile::parseDeclaration(int withValues) {
+  nextToken();
+  int theClass = tokType == TokId ? findWord(fieldClassWords, VP_FIELD_CLASS_COUNT, token) : -1;
+  if (theClass < 0) {
+    pushBack();
+    return nullptr;
+  }
+  VPField* field = newRecord<VPField>();
+  field->theClass = theClass;
+  nextToken();
+  field->theType = findTypeWord(token);
+  CHECK(field->theType != VPField::TypeNone);
+  nextToken();
+  CHECK(tokType == TokId);
+  field->name = copyString(token);
+  VPFieldList* cell = newRecord<VPFieldList>();
+  cell->field = field;
+  if (!withValues) {
+    nextToken();
+    if (*token != '=') {
+      CHECK(*token == '=' || field->theClass == VPField::EVENT_IN || field->theClass == VPField::EVENT_OUT);
+      pushBack();
+      return cell;
+    }
+  }
+  if (field->hasValue()) {
+    parseFieldValue(cell);
+  } else {
+    parseEventIs(cell);
+  }
+  return cell;
+}
+
+void VPFile::parseEventIs(VPFieldList* cell) {
+  nextToken();
+  if (strcmp(token, "IS") != 0) {
+    pushBack();
+    return;
+  }
+  CHECK(currentProto != NULL);
+  nextToken();
+  VPFieldList* iter = findDeclaredField(currentProto->fields, token);
+  CHECK(iter != NULL);
+  cell->redirect = newRedirect(currentProto, iter->field);
+}
+
+// ExternProto: EXTERNPROTO Id "[" Interface "]" MFString
+VPNodeList* VPFile::parseExternProto() {
+  VPNodeList* result = newNodeList(newRecord<VPNode>());
+  result->node->nodeType = VPNode::EXTERNPROTO;
+  nextToken();
+  CHECK(tokType == TokId);
+  result->node->name = copyString(token);
+  nextToken();
+  CHECK(*token == '[');
+  result->node->fields = parseInterface(0);
+  nextToken();
+  CHECK(*token == ']');
+  result->node->urls = parseMFString();
+  CHECK(protos->findString (result->node->name) == 0);
+  protos->addString(result->node->name, result->node);
+  return result;
+}
+
+// Proto: PROTO Id "[" Interface "]" "{" { NodeOrProto } "}"
+// The name is known only behind the body, so no PROTO holds an instance of itself.
+VPNodeList* VPFile::parseProto() {
+  VPNodeList* result = newNodeList(newRecord<VPNode>());
+  VPNode* proto = result->node;
+  proto->nodeType = VPNode::PROTO;
+  nextToken();
+  CHECK(tokType == TokId);
+  proto->name = copyString(token);
+  pushContext("Parsing PROTO %s", proto->name);
+  nextToken();
+  CHECK(*token == '[');
+  proto->fields = parseInterface(1);
+  nextToken();
+  CHECK(*token == ']');
+  nextToken();
+  CHECK(*token == '{');
+  CHECK(currentProto == NULL);
+  currentProto = proto;
+  currentProtoNamedNodes = new StringTable(211, nullptr);
+  parseItems(this, &proto->body);
+  delete currentProtoNamedNodes;
+  currentProtoNamedNodes = nullptr;
+  currentProto = nullptr;
+  nextToken();
+  CHECK(*token == '}');
+  popContext();
+  if (protos->findString(proto->name) != nullptr) {
+    reportError("Duplicate definition found for PROTO %s (deleting)!", proto->name);
+    return parseNodeOrProto();
+  }
+  protos->addString(proto->name, proto);
+  VPNodeList* cell = newNodeList(proto);
+  cell->next = allProtos;
+  allProtos = cell;
+  return result;
+}
+
+void VPFile::expectPoint() {
+  nextToken();
+  CHECK(token[0] == '.' && token[1] == 0);
+}
+
+// Route: ROUTE Id "." Id TO Id "." Id
+// The source knows the "_changed" alias, the destination the "set_" alias.
+void VPFile::parseRoute() {
+  nextToken();
+  VPNode* sourceNode = findNamedNode(token);
+  CHECK(sourceNode != NULL);
+  CHECK(sourceNode->nodeType == VPNode::OTHER || sourceNode->nodeType == VPNode::SCRIPT);
+  expectPoint();
+  nextToken();
+  VPFieldList* sourceCell = findInstanceField(sourceNode, token, CHANGED_ALIAS);
+  VPField* sourceField = sourceCell != nullptr ? sourceCell->field : nullptr;
+  CHECK(sourceField != NULL);
+  sourceCell->flags |= FIELD_ROUTE_SOURCE;
+  nextToken();
+  CHECK(strcmp (token, "TO") == 0);
+  nextToken();
+  VPNode* destNode = findNamedNode(token);
+  CHECK(destNode != NULL);
+  CHECK(destNode->nodeType == VPNode::OTHER || destNode->nodeType == VPNode::SCRIPT);
+  expectPoint();
+  nextToken();
+  VPFieldList* destCell = findInstanceField(destNode, token, SET_ALIAS);
+  VPField* destField = destCell != nullptr ? destCell->field : nullptr;
+  CHECK(destField != NULL);
+  VPNode::addRoute(sourceNode, sourceField, destNode, destField);
+}
+
+/* ---------------------------------------------------------------------------
+ * Writer: one item to a line, no indentation, defaults left out
+ * ------------------------------------------------------------------------ */
+
+void VPFile::write(FILE* stream) {
+  writeText(stream, "#VRML V2.0 utf8\n");
+  for (VPNodeList* cell = topLevel; cell != nullptr; cell = cell->next) {
+    writeNode(stream, cell);
+  }
+  clearVisited();
+  for (VPNodeList* cell = topLevel; cell != nullptr; cell = cell->next) {
+    if (cell->node != nullptr) cell->node->writeRoutes(stream);
+  }
+  clearVisited();
+}
+
+void VPField::write(FILE* stream) const {
+  CHECK(theClass >= 0 && theClass < VP_FIELD_CLASS_COUNT);
+  CHECK(theType >= 0 && theType < VP_FIELD_TYPE_COUNT);
+  fprintf(stream, "%s %s %s", fieldClassWords[theClass], fieldTypes[theType].word, name);
+}
+
+void VPNode::write(FILE* stream) {
+  if (nodeType == EXTERNPROTO || nodeType == PROTO) {
+    if (visited) return;
+    visited = 1;
+    writeDeclaration(stream);
+  } else if (visited) {
+    CHECK(name != NULL);
+    fprintf(stream, "USE %s\n", name);
+  } else {
+    visited = 1;
+    writeInstance(stream);
+  }
+}
+
+// The routes of a PROTO's body stand inside its braces, behind the body.
+void VPNode::writeDeclaration(FILE* stream) {
+  if (nodeType == EXTERNPROTO) {
+    fprintf(stream, "EXTERNPROTO %s [\n", name);
+    writeFieldList(fields, stream, 0, 0);
+    writeText(stream, "] ");
+    if (urls != nullptr) writeValue(stream, VPField::MFString, urls);
+    return;
+  }
+  fprintf(stream, "PROTO %s [\n", name);
+  writeFieldList(fields, stream, 1, 0);
+  writeText(stream, "] {\n");
+  for (VPNodeList* cell = body; cell != nullptr; cell = cell->next) writeNode(stream, cell);
+  clearVisitedNodes(body);
+  for (VPNodeList* cell = body; cell != nullptr; cell = cell->next) {
+    if (cell->node != nullptr) cell->node->writeRoutes(stream);
+  }
+  writeText(stream, "}\n");
+}
+
+// A Script's interface, with its field values, comes before its other fields.
+void VPNode::writeInstance(FILE* stream) {
+  if (name != nullptr) fprintf(stream, "DEF %s ", name);
+  fprintf(stream, "%s {\n", other.baseProto->name);
+  if (nodeType == SCRIPT) writeFieldList(other.script.fields, stream, 1, 0);
+  writeFieldList(fields, stream, 1, 1);
+  writeText(stream, "}\n");
+}
+
+void VPNode::writeFieldList(VPFieldList* list, FILE* stream, int withValues, int isInstance) {
+  for (VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
+    writeField(cell, stream, withValues, isInstance);
+  }
+}
+
+// An instance's value equal to its type's default is left out; node values are
+// always written. An exposedField tied by IS to an event is named by the alias
+// for which the IS is valid.
+void VPNode::writeField(VPFieldList* cell, FILE* stream, int withValues, int isInstance) {
+  VPField* field = cell->field;
+  if (isInstance && withValues && cell->redirect == nullptr) {
+    CHECK(nodeType == OTHER || nodeType == SCRIPT);
+    VPFieldList* protoField = other.baseProto->findField(field);
+    CHECK(protoField != NULL);
+    if (!field->holdsNodes() && fieldValuesEqual(cell, protoField)) return;
+  }
+  if (!isInstance) {
+    field->write(stream);
+  } else if (cell->redirect == nullptr || field->theClass != VPField::EXPOSED_FIELD) {
+    writeText(stream, field->name);
+  } else if (cell->redirect->field->theClass == VPField::EVENT_IN) {
+    fprintf(stream, "set_%s", field->name);
+  } else if (cell->redirect->field->theClass == VPField::EVENT_OUT) {
+    fprintf(stream, "%s_changed", field->name);
+  } else {
+    writeText(stream, field->name);
+  }
+  if (cell->redirect != nullptr) {
+    CHECK(withValues);
+    fprintf(stream, " IS %s\n", cell->redirect->field->name);
+  } else if (!withValues || !field->hasValue()) {
+    writeText(stream, "\n");
+  } else {
+    writeText(stream, " ");
+    if (cell->value != nullptr) {
+      writeValue(stream, field->theType, cell->value);
+    } else {
+      CHECK(field->isMFField ());
+      writeText(stream, "[]\n");
+    }
+  }
+}
+
+namespace {
+
+void writeRoutesOfNodes(FILE* stream, const VPFieldList* list) {
+  for (const VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
+    if (!cell->field->holdsNodes()) continue;
+    for (const VPNodeList* value = cell->value; value != nullptr; value = value->next) {
+      if (value->node != nullptr) value->node->writeRoutes(stream);
+    }
+  }
+}
+
+}  // namespace
+
+// The routes of a subtree, grouped by source node, depth first; the routes of
+// one source in input order.
+void VPNode::writeRoutes(FILE* stream) {
+  if (visited) return;
+  visited = 1;
+  if (nodeType == PROTO || nodeType == EXTERNPROTO) return;
+  std::vector<const VPRoute*> routes;
+  for (const VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
+    routes.push_back(cell->route);
+  }
+  for (auto route = routes.rbegin(); route != routes.rend(); ++route) {
+    fprintf(stream, "ROUTE %s.%s TO %s.%s\n", (*route)->sourceNode->name,
+            (*route)->sourceField->name, (*route)->destNode->name, (*route)->destField->name);
+  }
+  writeRoutesOfNodes(stream, fields);
+  if (nodeType == SCRIPT) writeRoutesOfNodes(stream, other.script.fields);
+}

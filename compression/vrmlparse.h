@@ -1,0 +1,276 @@
+// Scene model and VRML text: the records of a world, the tokenizer, the
+// built-in library of the standard nodes, the readers of field values and
+// nodes, and the writer. Calls main for reports and the string table for names.
+#ifndef WORLDPARE_VRMLPARSE_H
+#define WORLDPARE_VRMLPARSE_H
+
+#include <cstdint>
+#include <cstdio>
+
+#include "stringtable.h"
+
+struct VPNode;
+struct VPFieldList;
+
+constexpr int VP_FIELD_CLASS_COUNT = 4;
+constexpr int VP_FIELD_TYPE_COUNT = 20;
+
+/// The declaration of one field. Cells of many nodes point at one VPField, and
+/// the pointer is what makes two fields the same field everywhere.
+struct VPField {
+  enum Class { EVENT_IN = 0, EVENT_OUT = 1, EXPOSED_FIELD = 2, FIELD = 3 };
+  /// Every single-value type comes before every multi-value type.
+  enum Type {
+    TypeNone = -1,
+    SFBool, SFColor, SFFloat, SFImage, SFInt32, SFNode, SFRotation, SFString, SFTime, SFVec2f,
+    SFVec3f, MFColor, MFFloat, MFInt32, MFNode, MFRotation, MFString, MFTime, MFVec2f, MFVec3f
+  };
+
+  int theClass;  ///< a Class, -1 before it is set
+  int theType;   ///< a Type, TypeNone before it is set
+  char* name;    ///< as declared, never an alias form
+
+  bool isMFField() const { return theType >= MFColor; }
+  bool hasValue() const { return theClass == EXPOSED_FIELD || theClass == FIELD; }
+  bool holdsNodes() const { return theType == SFNode || theType == MFNode; }
+  void write(FILE* stream) const;
+};
+
+struct VPImage {
+  int32_t width, height, components;
+  int32_t* pixels;  ///< width * height values, one to a pixel
+};
+
+/// One cell of a value list: one cell for an SF field, one per element for an
+/// MF field, and an empty MF value is a NULL list. Which member is live is told
+/// by the field's type.
+struct VPValue {
+  VPValue* next;
+  union {
+    int32_t intValue;  ///< SFBool (0 or 1), SFInt32
+    float floatValue;  ///< SFFloat, SFTime
+    float* floats;     ///< SFColor, SFVec3f (3), SFVec2f (2), SFRotation (4)
+    VPImage* image;    ///< SFImage
+    char* string;      ///< SFString: the token as written, quotes and backslashes included
+    VPNode* node;      ///< SFNode, MFNode; NULL for the word NULL or a hole
+  };
+};
+
+/// A node list is a node value: the cells of topLevel, of a PROTO body and of
+/// an SFNode or MFNode field are the same records.
+typedef VPValue VPNodeList;
+
+/// What IS parsed into: a field of the PROTO one level up.
+struct VPRedirect {
+  VPNode* proto;
+  VPField* field;
+};
+
+enum {
+  FIELD_READ = 1,
+  FIELD_WRITE = 2,
+  FIELD_ROUTED_IN = 8,
+  FIELD_ROUTED_OUT = 16,
+  FIELD_ROUTE_SOURCE = 32,  ///< on a declaration's or script interface's cell only
+};
+
+struct VPFieldList {
+  VPFieldList* next;
+  VPField* field;
+  VPRedirect* redirect;  ///< set for IS; then value is NULL
+  VPValue* value;
+  int flags;             ///< FIELD_ bits
+};
+
+struct VPRoute {
+  VPNode* sourceNode;
+  VPField* sourceField;  ///< the declaration's or the script interface's field
+  VPNode* destNode;
+  VPField* destField;
+};
+
+struct VPRouteList {
+  VPRouteList* next;
+  VPRoute* route;
+};
+
+struct VPShadow {
+  VPShadow* next;
+  VPNode* root;    ///< the PROTO instance through which the body node was copied
+  VPNode* shadow;  ///< the copy
+};
+
+struct VPIsLink {
+  VPIsLink* next;
+  VPField* protoField;
+  VPNode* node;
+  VPField* nodeField;
+};
+
+struct JSParser;
+struct VPFuzzyValue;
+struct VPEventRecord;
+
+/// A declaration (EXTERNPROTO, PROTO) or an instance (SCRIPT, OTHER).
+/// - EXTERNPROTO: name is the type name, fields the declared fields, urls the URL list.
+/// - PROTO: name, fields with defaults, body (top nodes), instances, isLinks.
+/// - SCRIPT and OTHER: name is the DEF name or NULL, fields the cells set in the
+///   file, and everything in `other`; a SCRIPT's interface is other.script.fields.
+/// All members of a new node are zero.
+struct VPNode {
+  enum NodeType { EXTERNPROTO = 0, PROTO = 1, SCRIPT = 2, OTHER = 3 };
+
+  int nodeType;
+  char* name;
+  VPFieldList* fields;
+  int visited;  ///< the one mark of all traversals; clear between them
+
+  VPValue* urls;            ///< EXTERNPROTO
+  VPNodeList* body;         ///< PROTO
+  VPNodeList* instances;    ///< PROTO: the OTHER nodes of this type, newest first
+  VPIsLink* isLinks;        ///< PROTO
+
+  struct {
+    int refCount;           ///< places that refer to the node: 1, plus one per USE
+    VPNode* baseProto;      ///< the declaration, never NULL
+    VPRouteList* routesIn;  ///< newest first
+    VPRouteList* routesOut; ///< newest first
+    VPShadow* shadowNodes;
+    VPNode* shadowedNode;
+    VPFuzzyValue* values;
+    struct {
+      VPFieldList* fields;  ///< the interface declarations
+      JSParser* program;
+      VPEventRecord* eventRecords;
+    } script;
+    struct {
+      VPNodeList* implementation;
+      VPIsLink* isLinks;
+    } generic;
+  } other;
+
+  VPFieldList* findField(const VPField* field);
+  VPFieldList* findFieldByName(const char* fieldName);
+  VPField* fieldByName(const char* fieldName);
+  VPFieldList* findEffectiveField(const VPField* field);
+  void clearVisited();
+
+  void write(FILE* stream);
+  void writeRoutes(FILE* stream);
+  void writeFieldList(VPFieldList* list, FILE* stream, int withValues, int isInstance);
+  void writeField(VPFieldList* cell, FILE* stream, int withValues, int isInstance);
+
+  /// Makes the route and puts it at the head of both ends' lists.
+  static void addRoute(VPNode* source, VPField* sourceField, VPNode* dest, VPField* destField);
+
+ private:
+  void writeDeclaration(FILE* stream);
+  void writeInstance(FILE* stream);
+};
+
+/// The one object of a run: the scene, the tokenizer's state and the tables of names.
+struct VPFile {
+  /// Classes of VRML tokens, the values of tokType.
+  enum TokenClass { TokNone = 0, TokId, TokFloat, TokInt, TokBool, TokString, TokSymbol };
+
+  VPNodeList* topLevel = nullptr;  ///< the items of the scene in file order
+  /// Tokenizer: nonzero when the next nextToken gives the current token again.
+  /// One level only: pushing back twice is pushing back once.
+  int pushedBack = 0;
+  char* cursor = nullptr;  ///< scan position; the current token ends with a NUL written here
+  int savedChar = 0;       ///< the character that the token's NUL overwrote
+  char* token = nullptr;   ///< the current token, NUL-ended, inside the text
+  int tokType = TokNone;
+  union {
+    int32_t intValue;  ///< TokInt, TokBool
+    float floatValue;  ///< TokFloat
+  } tokValue = {0};
+  int lineNumber = 1;
+  VPNode* currentProto = nullptr;  ///< the PROTO whose body is being parsed
+  StringTable* currentProtoNamedNodes = nullptr;
+  StringTable* protos;             ///< every PROTO and EXTERNPROTO by type name
+  StringTable* namedNodes;         ///< DEF names outside PROTO bodies
+  VPNodeList* allProtos = nullptr; ///< the input's PROTOs, newest first
+
+  /// Makes the tables and loads the built-in library of standard nodes.
+  VPFile();
+
+  void readFile(const char* path);
+  void parseText(char* text);
+  void startText(char* text);
+  void skipSpace();
+  void write(FILE* stream);
+  void clearVisited();
+  VPNode* findNamedNode(const char* name);
+
+  // Tokenizer.
+  void nextToken();
+  void pushBack() { pushedBack = 1; }
+
+  // Values.
+  void parseFieldValue(VPFieldList* cell);
+  bool parseFloatToken(float* result);
+  VPValue* parseList(VPValue* (VPFile::*elementReader)());
+  VPValue* parseSFBool();
+  VPValue* parseSFColor();
+  VPValue* parseSFFloat();
+  VPValue* parseSFImage();
+  VPValue* parseSFInt32();
+  VPValue* parseSFRotation();
+  VPValue* parseSFString();
+  VPValue* parseSFTime();
+  VPValue* parseSFVec2f();
+  VPValue* parseSFVec3f();
+  VPValue* parseMFColor();
+  VPValue* parseMFFloat();
+  VPValue* parseMFInt32();
+  VPValue* parseMFNode();
+  VPValue* parseMFRotation();
+  VPValue* parseMFString();
+  VPValue* parseMFTime();
+  VPValue* parseMFVec2f();
+  VPValue* parseMFVec3f();
+
+  // Nodes, PROTOs and ROUTEs.
+  VPNodeList* parseNodeOrProto();
+  VPNodeList* parseNode(char* nodeName);
+  VPFieldList* parseNodeFields(VPFieldList* declared);
+  VPFieldList* parseInterface(int withValues);
+  VPNodeList* parseExternProto();
+  VPNodeList* parseProto();
+  void parseRoute();
+
+  // Passes, in the order of the pipeline (vrmlcompress.cpp, vrmlcascade.cpp).
+  void scanNodes();
+  void hoistProtoDefaults();
+  void runCascade();
+  void pruneProtoInterfaces();
+  void pruneSwitches();
+  void dropDefNames();
+
+ private:
+  void endToken(int type);
+  void scanIdentifier();
+  void scanNumber();
+  void scanString();
+  void expectPoint();
+  VPValue* parseFloatTuple(int count, const char* partialWord);
+  VPNodeList* newNodeList(VPNode* node);
+  VPFieldList* parseDeclaration(int withValues);
+  void parseEventIs(VPFieldList* cell);
+  void enterNodeName(char* nodeName, VPNode* node);
+};
+
+/// Two cells of one field hold equal values: exact, by type, for all but node types.
+bool fieldValuesEqual(const VPFieldList* cell, const VPFieldList* other);
+
+/// The VRML word of a field type or class; checks the range.
+const char* fieldTypeWord(int type);
+const char* fieldClassWord(int theClass);
+
+/// Writes a float as printf's "%g" does, for the float widened to double.
+void writeFloat(FILE* stream, float value);
+/// The text of printf("%g") of the float widened to double, into buffer; returns its end.
+char* formatFloat(char* buffer, float value);
+
+#endif
