@@ -1,0 +1,3 @@
+file(REMOVE_RECURSE
+  "libworldpare_core.a"
+)
