@@ -1,0 +1,63 @@
+// Fixtures shared by the unit tests: worlds are given as VRML text, read by
+// the real parser, and compared as the text that the writer prints.
+#ifndef WORLDPARE_TEST_UTIL_H
+#define WORLDPARE_TEST_UTIL_H
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "vrmlparse.h"
+
+/// A new file with the built-in library. A scene is never released, as in a
+/// run; the list keeps every file reachable for the leak checker.
+inline VPFile* newFile() {
+  static std::vector<VPFile*>* const files = new std::vector<VPFile*>;
+  files->push_back(new VPFile);
+  return files->back();
+}
+
+/// Reads a world given without its header line.
+inline VPFile* parseWorld(const std::string& body) {
+  VPFile* file = newFile();
+  std::string text = "#VRML V2.0 utf8\n" + body;
+  file->parseText(&text[0]);
+  return file;
+}
+
+/// What the writer prints for the scene, header line included.
+inline std::string writtenWorld(VPFile* file) {
+  char* buffer = nullptr;
+  size_t size = 0;
+  FILE* stream = open_memstream(&buffer, &size);
+  file->write(stream);
+  fclose(stream);
+  std::string text(buffer, size);
+  free(buffer);
+  return text;
+}
+
+/// The world read, its PROTO defaults hoisted, and written.
+inline std::string rewrittenWorld(const std::string& body) {
+  VPFile* file = parseWorld(body);
+  file->hoistProtoDefaults();
+  return writtenWorld(file);
+}
+
+/// A pattern that matches the text literally, for death-test expectations.
+inline std::string literally(const std::string& text) {
+  std::string pattern;
+  for (char c : text) {
+    if (std::string("\\^$.|?*+()[]{}").find(c) != std::string::npos) pattern += '\\';
+    pattern += c;
+  }
+  return pattern;
+}
+
+/// The first line of a failed check's report.
+inline std::string checkReport(const std::string& condition) {
+  return "Assertion failed \"" + literally(condition) + "\", File: ";
+}
+
+#endif
