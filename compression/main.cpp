@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -168,6 +170,51 @@ char* copyString(const char* text, size_t length) {
 }
 
 char* copyString(const char* text) { return copyString(text, strlen(text)); }
+
+/* ---------------------------------------------------------------------------
+ * Number text
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isHexDigit(char c) { return isxdigit(static_cast<unsigned char>(c)); }
+
+}  // namespace
+
+void readDecimal(const char* text, int32_t* value) {
+  bool negative = *text == '-';
+  if (*text == '-' || *text == '+') text++;
+  if (!isDigit(*text)) return;
+  uint32_t magnitude = 0;
+  for (; isDigit(*text); text++) magnitude = magnitude * 10 + uint32_t(*text - '0');
+  *value = int32_t(negative ? 0u - magnitude : magnitude);
+}
+
+void readHexadecimal(const char* digits, int32_t* value) {
+  if (!isHexDigit(*digits)) return;
+  uint32_t result = 0;
+  for (; isHexDigit(*digits); digits++) {
+    char c = char(tolower(static_cast<unsigned char>(*digits)));
+    result = result * 16 + uint32_t(isDigit(c) ? c - '0' : c - 'a' + 10);
+  }
+  *value = int32_t(result);
+}
+
+void readFloat(const char* text, float* value) {
+  const char* start = *text == '+' ? text + 1 : text;
+  float result;
+  std::from_chars_result read = std::from_chars(start, start + strlen(start), result);
+  if (read.ec == std::errc()) {
+    *value = result;
+  } else if (read.ec == std::errc::result_out_of_range) {
+    *value = strtof(text, nullptr);
+  }
+}
+
+char* formatFloat(char* buffer, float value) {
+  return std::to_chars(buffer, buffer + 32, double(value), std::chars_format::general, 6).ptr;
+}
 
 /* ---------------------------------------------------------------------------
  * The pipeline

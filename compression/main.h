@@ -5,6 +5,7 @@
 #define WORLDPARE_MAIN_H
 
 #include <cstddef>
+#include <cstdint>
 
 #define WORLDPARE_PRINTF(formatIndex) __attribute__((format(printf, formatIndex, formatIndex + 1)))
 
@@ -38,5 +39,15 @@ Element* newArray(size_t count) {
 /// An owned copy of the first `length` bytes of `text`, NUL-ended.
 char* copyString(const char* text, size_t length);
 char* copyString(const char* text);
+
+// Number text, shared by the VRML and script readers and writers. The readers
+// keep the low 32 bits of an integer of any length; a text without digits
+// leaves `value` as it stood.
+void readDecimal(const char* text, int32_t* value);
+void readHexadecimal(const char* digits, int32_t* value);
+/// A correctly rounded float, as the C library's "%f" scan reads it.
+void readFloat(const char* text, float* value);
+/// The text of printf("%g") for the float widened to double; returns its end.
+char* formatFloat(char* buffer, float value);
 
 #endif

@@ -210,10 +210,6 @@ const char* fieldClassWord(int theClass) {
   return fieldClassWords[theClass];
 }
 
-char* formatFloat(char* buffer, float value) {
-  return std::to_chars(buffer, buffer + 32, double(value), std::chars_format::general, 6).ptr;
-}
-
 void writeFloat(FILE* stream, float value) { writeFloats(stream, &value, 1); }
 
 bool fieldValuesEqual(const VPFieldList* cell, const VPFieldList* other) {
@@ -465,39 +461,6 @@ inline bool isDigit(char c) { return isdigit(static_cast<unsigned char>(c)); }
 char* skipDigits(char* p) {
   while (isDigit(*p)) p++;
   return p;
-}
-
-// Decimal and hexadecimal values keep their low 32 bits, whatever their length.
-// No digits leave `value` as it stood.
-void readDecimal(const char* text, int32_t* value) {
-  bool negative = *text == '-';
-  if (*text == '-' || *text == '+') text++;
-  if (!isDigit(*text)) return;
-  uint32_t magnitude = 0;
-  for (; isDigit(*text); text++) magnitude = magnitude * 10 + uint32_t(*text - '0');
-  *value = int32_t(negative ? 0u - magnitude : magnitude);
-}
-
-void readHexadecimal(const char* digits, int32_t* value) {
-  if (!isxdigit(static_cast<unsigned char>(*digits))) return;
-  uint32_t result = 0;
-  for (; isxdigit(static_cast<unsigned char>(*digits)); digits++) {
-    char c = char(tolower(static_cast<unsigned char>(*digits)));
-    result = result * 16 + uint32_t(isDigit(c) ? c - '0' : c - 'a' + 10);
-  }
-  *value = int32_t(result);
-}
-
-// A correctly rounded float; a text with no number leaves `value` as it stood.
-void readFloat(const char* text, float* value) {
-  const char* start = *text == '+' ? text + 1 : text;
-  float result;
-  std::from_chars_result read = std::from_chars(start, start + strlen(start), result);
-  if (read.ec == std::errc()) {
-    *value = result;
-  } else if (read.ec == std::errc::result_out_of_range) {
-    *value = strtof(text, nullptr);
-  }
 }
 
 }  // namespace

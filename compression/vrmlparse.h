@@ -270,7 +270,5 @@ const char* fieldClassWord(int theClass);
 
 /// Writes a float as printf's "%g" does, for the float widened to double.
 void writeFloat(FILE* stream, float value);
-/// The text of printf("%g") of the float widened to double, into buffer; returns its end.
-char* formatFloat(char* buffer, float value);
 
 #endif

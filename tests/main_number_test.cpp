@@ -4,7 +4,7 @@
 #include <cstring>
 #include <random>
 
-#include "vrmlparse.h"
+#include "main.h"
 
 namespace {
 
