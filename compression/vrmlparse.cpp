@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "jsparser.h"
 #include "main.h"
 
 namespace {
@@ -1565,8 +1566,23 @@ void VPNode::writeInstance(FILE* stream) {
   if (name != nullptr) fprintf(stream, "DEF %s ", name);
   fprintf(stream, "%s {\n", other.baseProto->name);
   if (nodeType == SCRIPT) writeFieldList(other.script.fields, stream, 1, 0);
-  writeFieldList(fields, stream, 1, 1);
+  for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) {
+    if (nodeType == SCRIPT && other.script.program != nullptr &&
+        strcmp(cell->field->name, "url") == 0) {
+      writeProgram(stream);
+    } else {
+      writeField(cell, stream, 1, 1);
+    }
+  }
   writeText(stream, "}\n");
+}
+
+// The parsed script replaces the url's string: one javascript: URL, whatever
+// scheme and alternatives the input had.
+void VPNode::writeProgram(FILE* stream) {
+  writeText(stream, "url \"javascript:\n");
+  other.script.program->printFunctions(stream);
+  writeText(stream, "\"\n");
 }
 
 void VPNode::writeFieldList(VPFieldList* list, FILE* stream, int withValues, int isInstance) {

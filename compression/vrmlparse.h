@@ -160,12 +160,26 @@ struct VPNode {
   void writeFieldList(VPFieldList* list, FILE* stream, int withValues, int isInstance);
   void writeField(VPFieldList* cell, FILE* stream, int withValues, int isInstance);
 
+  // The scan and the expansion of PROTO instances (vrmlcompress.cpp).
+  void scanNode();
+  void addIsLink(VPFieldList* field);
+  /// Gives this instance of a PROTO its private copy of the body.
+  void expandInstance();
+  /// The copy of a body node under this root, made once.
+  VPNode* copyNode(VPNode* originalNode);
+  VPFieldList* copyFieldList(VPNode* newNode, VPFieldList* cells);
+  /// On a body node: its copy under the given root, or NULL.
+  VPNode* findShadow(const VPNode* root);
+
   /// Makes the route and puts it at the head of both ends' lists.
   static void addRoute(VPNode* source, VPField* sourceField, VPNode* dest, VPField* destField);
 
  private:
   void writeDeclaration(FILE* stream);
   void writeInstance(FILE* stream);
+  void writeProgram(FILE* stream);
+  void scanCell(VPFieldList* cell);
+  void scanScript();
 };
 
 /// The one object of a run: the scene, the tokenizer's state and the tables of names.

@@ -1,0 +1,854 @@
+// Script language front end: tokenizer, recursive-descent parser and printer.
+#include "jsparser.h"
+
+#include <cctype>
+#include <cstring>
+
+#include "main.h"
+
+// Reads the next token, which must begin with the punctuation character; a
+// macro, so that the check quotes the character itself.
+#define READ_PUNCTUATION(ch) (nextToken(), CHECK(*token == ch))
+
+JSParser::JSParser() : functionTable(new StringTable(211, nullptr)) {}
+
+/* ---------------------------------------------------------------------------
+ * Tokenizer: tokens are cut in place by a NUL behind them
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+bool isIdentifierStart(char c) { return isalpha(static_cast<unsigned char>(c)) || c == '_'; }
+bool isIdentifierPart(char c) { return isalnum(static_cast<unsigned char>(c)) || c == '_'; }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+// Skips blanks and comments; an unclosed block comment ends at the end of the text.
+char* skipSpaceAndComments(char* p, int* lineNumber) {
+  for (;;) {
+    if (*p == '\n') {
+      ++*lineNumber;
+      p++;
+    } else if (isspace(static_cast<unsigned char>(*p))) {
+      p++;
+    } else if (p[0] == '/' && p[1] == '/') {
+      while (*p != 0 && *p != '\n') p++;
+    } else if (p[0] == '/' && p[1] == '*') {
+      for (p += 2; *p != 0 && !(p[0] == '*' && p[1] == '/'); p++) {
+        if (*p == '\n') ++*lineNumber;
+      }
+      if (*p != 0) p += 2;
+    } else {
+      return p;
+    }
+  }
+}
+
+// Octal by the digit values of all characters, so "019" is 17.
+int32_t readOctal(const char* text) {
+  uint32_t value = 0;
+  for (; *text != 0; text++) value = value * 8 + uint32_t(*text - '0');
+  return int32_t(value);
+}
+
+struct OperatorForm {
+  const char* text;
+  int tokType;
+};
+
+// Forms by first character, longest first: the first that matches is taken.
+const OperatorForm operatorForms[] = {
+    {"!=", TokEquality},    {"!", TokUnary},          {"%=", TokAssign},
+    {"%", TokMultiplicative}, {"*=", TokAssign},      {"*", TokMultiplicative},
+    {"/=", TokAssign},      {"/", TokMultiplicative}, {"&&", TokLogicalAnd},
+    {"&=", TokAssign},      {"&", TokBitAnd},         {"||", TokLogicalOr},
+    {"|=", TokAssign},      {"|", TokBitOr},          {"^=", TokAssign},
+    {"^", TokBitXor},       {"+=", TokAssign},        {"++", TokUnary},
+    {"+", TokAdditive},     {"-=", TokAssign},        {"--", TokUnary},
+    {"-", TokAdditive},     {"<<=", TokAssign},       {"<<", TokShift},
+    {"<=", TokRelation},    {"<", TokRelation},       {">>=", TokAssign},
+    {">>>=", TokAssign},    {">>>", TokShift},        {">>", TokShift},
+    {">=", TokRelation},    {">", TokRelation},       {"==", TokEquality},
+    {"=", TokAssign},       {"?", TokConditional},    {"~", TokUnary},
+    {"(", TokPunctuation},  {")", TokPunctuation},    {",", TokPunctuation},
+    {".", TokPunctuation},  {":", TokPunctuation},    {";", TokPunctuation},
+    {"[", TokPunctuation},  {"]", TokPunctuation},    {"{", TokPunctuation},
+    {"}", TokPunctuation},
+};
+
+}  // namespace
+
+void JSParser::nextToken() {
+  if (pushedBack) {
+    pushedBack = 0;
+    return;
+  }
+  *cursor = savedChar;
+  cursor = skipSpaceAndComments(cursor, &lineNumber);
+  token = cursor;
+  tokenLine = lineNumber;
+  char c = *cursor;
+  if (isIdentifierStart(c)) {
+    char* end = cursor;
+    while (isIdentifierPart(*end)) end++;
+    endToken(end, TokId);
+    if (strcmp(token, "true") == 0 || strcmp(token, "false") == 0) {
+      tokType = TokBool;
+      tokValue.intValue = token[0] == 't';
+    }
+  } else if (c == '.' || isDigit(c)) {
+    scanNumber();
+  } else if (c == '"' || c == '\'') {
+    scanString();
+  } else if (c == 0) {
+    tokType = TokNone;
+    savedChar = 0;
+  } else {
+    scanOperator();
+  }
+}
+
+void JSParser::endToken(char* end, int type) {
+  cursor = end;
+  savedChar = *cursor;
+  *cursor = 0;
+  tokType = type;
+}
+
+void JSParser::scanNumber() {
+  char* p = cursor;
+  if (*p == '.' && !isDigit(p[1])) {
+    endToken(p + 1, TokPunctuation);
+    return;
+  }
+  bool leadingZero = *p == '0';
+  while (*p == '0') p++;
+  if (*p == 'x' || *p == 'X') {
+    char* digits = ++p;
+    while (isxdigit(static_cast<unsigned char>(*p))) p++;
+    endToken(p, TokInt);
+    tokValue.intValue = 0;
+    readHexadecimal(digits, &tokValue.intValue);
+    return;
+  }
+  while (isDigit(*p)) p++;
+  bool isFloat = false;
+  if (*p == '.') {
+    isFloat = true;
+    for (p++; isDigit(*p); p++) {
+    }
+  }
+  if (*p == 'E' || *p == 'e') {
+    isFloat = true;
+    p++;
+    if (*p == '+' || *p == '-') p++;
+    while (isDigit(*p)) p++;
+  }
+  if (isFloat) {
+    endToken(p, TokFloat);
+    readFloat(token, &tokValue.floatValue);
+  } else {
+    endToken(p, TokInt);
+    if (leadingZero) {
+      tokValue.intValue = readOctal(token);
+    } else {
+      readDecimal(token, &tokValue.intValue);
+    }
+  }
+}
+
+// The token runs to the next quote of its kind, which it includes; a backslash
+// protects the character behind it. No escape is resolved.
+void JSParser::scanString() {
+  char quote = *cursor;
+  char* p = cursor + 1;
+  while (*p != 0 && *p != quote) {
+    if (*p == '\\' && p[1] != 0) p++;
+    p++;
+  }
+  if (*p == quote) p++;
+  endToken(p, TokString);
+}
+
+// A character that no token can begin with stops the run.
+void JSParser::scanOperator() {
+  for (const OperatorForm& form : operatorForms) {
+    size_t length = strlen(form.text);
+    if (strncmp(cursor, form.text, length) == 0) {
+      endToken(cursor + length, form.tokType);
+      return;
+    }
+  }
+  CHECK(0);
+}
+
+/* ---------------------------------------------------------------------------
+ * Parser: one token of look-ahead; text outside the subset stops at a check
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+JSExpression* newExpression(int type) {
+  JSExpression* expr = newRecord<JSExpression>();
+  expr->type = type;
+  return expr;
+}
+
+JSStatement* newStatement(int type) {
+  JSStatement* stmt = newRecord<JSStatement>();
+  stmt->type = type;
+  return stmt;
+}
+
+JSExpression* newOperator(int type, const char* token, int tokType, JSExpression* expr1) {
+  JSExpression* expr = newExpression(type);
+  expr->binary.token = copyString(token);
+  expr->binary.tokType = tokType;
+  expr->binary.expr1 = expr1;
+  return expr;
+}
+
+bool isWord(const char* token, const char* word) { return strcmp(token, word) == 0; }
+
+// Operators that group to the right: their right operand is of their own level.
+bool groupsRight(int level) { return level <= TokBitAnd; }
+
+}  // namespace
+
+// Script: { Function } end of text
+void JSParser::parseScript(char* text) {
+  lineNumber = 1;
+  cursor = text;
+  savedChar = *text;
+  pushedBack = 0;
+  JSFunction** last = &functions;
+  while (JSFunction* function = parseFunction()) {
+    *last = function;
+    last = &function->next;
+  }
+  nextToken();
+  CHECK(tokType == TokNone);
+}
+
+// Function: "function" Id "(" [ Id { "," Id } ] ")" "{" StatementList "}"
+JSFunction* JSParser::parseFunction() {
+  nextToken();
+  if (!isWord(token, "function")) {
+    pushBack();
+    return nullptr;
+  }
+  nextToken();
+  CHECK(tokType == TokId);
+  JSFunction* function = newRecord<JSFunction>();
+  function->name = copyString(token);
+  functionTable->addString(function->name, function);
+  READ_PUNCTUATION('(');
+  JSParam** last = &function->params;
+  nextToken();
+  while (tokType == TokId) {
+    *last = newRecord<JSParam>();
+    (*last)->name = copyString(token);
+    last = &(*last)->next;
+    nextToken();
+    if (*token == ',') {
+      nextToken();
+      CHECK(tokType == TokId);
+    }
+  }
+  CHECK(*token == ')');
+  READ_PUNCTUATION('{');
+  function->body = parseStatementList();
+  READ_PUNCTUATION('}');
+  return function;
+}
+
+// StatementList: { Statement }
+JSStatement* JSParser::parseStatementList() {
+  JSStatement* head = nullptr;
+  JSStatement** last = &head;
+  while (JSStatement* stmt = parseStatement()) {
+    *last = stmt;
+    last = &stmt->next;
+  }
+  return head;
+}
+
+// Statement: Block | ";" | For | If | While | Break | Continue | Return | Switch
+//          | Case | Expression StatementEnd
+JSStatement* JSParser::parseStatement() {
+  nextToken();
+  if (*token == '{') return parseBlock();
+  if (*token == ';') return newStatement(JSStatement::EMPTY);
+  if (isWord(token, "for")) return parseFor();
+  if (isWord(token, "if")) return parseIf();
+  if (isWord(token, "while")) return parseWhile();
+  if (isWord(token, "break")) return parseJump(JSStatement::BREAK);
+  if (isWord(token, "continue")) return parseJump(JSStatement::CONTINUE);
+  if (isWord(token, "return")) return parseReturn();
+  if (isWord(token, "switch")) return parseSwitch();
+  if (isWord(token, "case")) return parseCase();
+  CHECK(strcmp (token, "with") != 0);
+  CHECK(strcmp (token, "do") != 0);
+  CHECK(strcmp (token, "default") != 0);
+  pushBack();
+  return parseExpressionStatement();
+}
+
+// Block: "{" StatementList "}"
+JSStatement* JSParser::parseBlock() {
+  JSStatement* stmt = newStatement(JSStatement::BLOCK);
+  stmt->stmts = parseStatementList();
+  READ_PUNCTUATION('}');
+  return stmt;
+}
+
+// For: "for" "(" [ Expression ] ";" [ Expression ] ";" [ Expression ] ")" Statement
+JSStatement* JSParser::parseFor() {
+  JSStatement* stmt = newStatement(JSStatement::FOR);
+  READ_PUNCTUATION('(');
+  stmt->forStmt.init = parseExpression();
+  READ_PUNCTUATION(';');
+  stmt->forStmt.test = parseExpression();
+  READ_PUNCTUATION(';');
+  stmt->forStmt.update = parseExpression();
+  READ_PUNCTUATION(')');
+  stmt->forStmt.body = parseStatement();
+  CHECK(stmt->forStmt.body != NULL);
+  return stmt;
+}
+
+// If: "if" "(" Expression ")" Statement [ "else" Statement ]
+JSStatement* JSParser::parseIf() {
+  JSStatement* stmt = newStatement(JSStatement::IF);
+  READ_PUNCTUATION('(');
+  stmt->ifStmt.test = parseExpression();
+  CHECK(stmt->ifStmt.test != NULL);
+  READ_PUNCTUATION(')');
+  stmt->ifStmt.stmt1 = parseStatement();
+  CHECK(stmt->ifStmt.stmt1 != NULL);
+  nextToken();
+  if (isWord(token, "else")) {
+    stmt->ifStmt.stmt2 = parseStatement();
+    CHECK(stmt->ifStmt.stmt2 != NULL);
+  } else {
+    pushBack();
+  }
+  return stmt;
+}
+
+// While: "while" "(" Expression ")" Statement
+JSStatement* JSParser::parseWhile() {
+  JSStatement* stmt = newStatement(JSStatement::WHILE);
+  READ_PUNCTUATION('(');
+  stmt->whileStmt.test = parseExpression();
+  CHECK(stmt->whileStmt.test != NULL);
+  READ_PUNCTUATION(')');
+  stmt->whileStmt.body = parseStatement();
+  CHECK(stmt->whileStmt.body != NULL);
+  return stmt;
+}
+
+// Break: "break" [ Id ] StatementEnd; Continue likewise
+JSStatement* JSParser::parseJump(int type) {
+  JSStatement* stmt = newStatement(type);
+  nextToken();
+  if (tokType == TokId) {
+    stmt->label = copyString(token);
+    nextToken();
+  }
+  pushBack();
+  parseStatementEnd();
+  return stmt;
+}
+
+// Return: "return" [ Expression ] StatementEnd
+JSStatement* JSParser::parseReturn() {
+  JSStatement* stmt = newStatement(JSStatement::RETURN);
+  stmt->expr = parseExpression();
+  parseStatementEnd();
+  return stmt;
+}
+
+// Switch: "switch" "(" Expression ")" "{" StatementList "}"
+JSStatement* JSParser::parseSwitch() {
+  JSStatement* stmt = newStatement(JSStatement::SWITCH);
+  READ_PUNCTUATION('(');
+  stmt->switchStmt.test = parseExpression();
+  CHECK(stmt->switchStmt.test != NULL);
+  READ_PUNCTUATION(')');
+  READ_PUNCTUATION('{');
+  stmt->switchStmt.body = parseStatementList();
+  READ_PUNCTUATION('}');
+  return stmt;
+}
+
+// Case: "case" Expression ":"
+JSStatement* JSParser::parseCase() {
+  JSStatement* stmt = newStatement(JSStatement::CASE);
+  stmt->expr = parseExpression();
+  CHECK(stmt->expr != NULL);
+  READ_PUNCTUATION(':');
+  return stmt;
+}
+
+// ExpressionStatement: Expression StatementEnd
+JSStatement* JSParser::parseExpressionStatement() {
+  JSExpression* expr = parseExpression();
+  if (expr == nullptr) return nullptr;
+  JSStatement* stmt = newStatement(JSStatement::EXPRESSION);
+  stmt->expr = expr;
+  parseStatementEnd();
+  return stmt;
+}
+
+// StatementEnd: ";" — a missing one is a recoverable error.
+void JSParser::parseStatementEnd() {
+  nextToken();
+  if (*token != ';') {
+    reportError("Line %d: ';' expected, got '%s'", tokenLine, token);
+    pushBack();
+  }
+}
+
+// Expression: "delete" Expression | "var" ExpressionList | Assignment [ "," Assignment ]
+JSExpression* JSParser::parseExpression() {
+  nextToken();
+  if (tokType == TokId && isWord(token, "delete")) {
+    JSExpression* expr = newOperator(JSExpression::UNARY, token, TokId, nullptr);
+    expr->unary.expr = parseExpression();
+    CHECK(expr->unary.expr != NULL);
+    return expr;
+  }
+  if (isWord(token, "var")) return parseVar();
+  pushBack();
+  JSExpression* first = parseAssignment();
+  if (first == nullptr) return nullptr;
+  nextToken();
+  if (*token != ',') {
+    pushBack();
+    return first;
+  }
+  JSExpression* expr = newOperator(JSExpression::BINARY, token, tokType, first);
+  expr->binary.expr2 = parseAssignment();
+  CHECK(expr->binary.expr2 != NULL);
+  return expr;
+}
+
+// Var: "var" ExpressionList, of names, each with an optional "=" Assignment
+JSExpression* JSParser::parseVar() {
+  JSExpression* expr = newExpression(JSExpression::VAR);
+  expr->var.argList = parseExpressionList();
+  CHECK(expr->var.argList != NULL);
+  for (JSArg* arg = expr->var.argList; arg != nullptr; arg = arg->next) {
+    JSExpression* myexpr = arg->expr;
+    if (myexpr->type == JSExpression::OBJECT) continue;
+    CHECK(myexpr->type == JSExpression::BINARY);
+    CHECK(myexpr->binary.token[0] == '=' && myexpr->binary.token[1] == 0);
+    CHECK(myexpr->binary.expr1->type == JSExpression::OBJECT);
+  }
+  return expr;
+}
+
+// Assignment: Conditional [ AssignOperator Assignment ]
+JSExpression* JSParser::parseAssignment() {
+  JSExpression* target = parseConditional();
+  if (target == nullptr) return nullptr;
+  nextToken();
+  if (tokType != TokAssign) {
+    pushBack();
+    return target;
+  }
+  JSExpression* expr = newOperator(JSExpression::BINARY, token, tokType, target);
+  expr->binary.expr2 = parseAssignment();
+  CHECK(expr->binary.expr2 != NULL);
+  return expr;
+}
+
+// Conditional: LogicalOr [ "?" Conditional ":" Conditional ]
+JSExpression* JSParser::parseConditional() {
+  JSExpression* test = parseBinary(TokLogicalOr);
+  if (test == nullptr) return nullptr;
+  nextToken();
+  if (tokType != TokConditional) {
+    pushBack();
+    return test;
+  }
+  JSExpression* expr = newExpression(JSExpression::CONDITIONAL);
+  expr->conditional.test = test;
+  expr->conditional.expr1 = parseConditional();
+  CHECK(expr->conditional.expr1 != NULL);
+  READ_PUNCTUATION(':');
+  expr->conditional.expr2 = parseConditional();
+  CHECK(expr->conditional.expr2 != NULL);
+  return expr;
+}
+
+// Binary(level): Binary(level + 1) { operator-of-level Binary(level + 1) }, the
+// levels LogicalOr to Multiplicative, whose token classes are their levels.
+// LogicalOr to BitAnd group to the right, Equality to Multiplicative to the left.
+JSExpression* JSParser::parseBinary(int level) {
+  auto parseOperand = [this, level]() {
+    return level == TokMultiplicative ? parseUnary() : parseBinary(level + 1);
+  };
+  JSExpression* left = parseOperand();
+  if (left == nullptr) return nullptr;
+  for (;;) {
+    nextToken();
+    if (tokType != level) {
+      pushBack();
+      return left;
+    }
+    JSExpression* expr = newOperator(JSExpression::BINARY, token, tokType, left);
+    expr->binary.expr2 = groupsRight(level) ? parseBinary(level) : parseOperand();
+    CHECK(expr->binary.expr2 != NULL);
+    if (groupsRight(level)) return expr;
+    left = expr;
+  }
+}
+
+// Unary: ( UnaryOperator | AdditiveOperator | "typeof" | "void" ) Unary | Postfix
+JSExpression* JSParser::parseUnary() {
+  nextToken();
+  bool isWordOperator = tokType == TokId && (isWord(token, "typeof") || isWord(token, "void"));
+  if (tokType != TokUnary && tokType != TokAdditive && !isWordOperator) {
+    pushBack();
+    return parsePostfix();
+  }
+  JSExpression* expr = newOperator(JSExpression::UNARY, token, tokType, nullptr);
+  expr->unary.expr = parseUnary();
+  CHECK(expr->unary.expr != NULL);
+  return expr;
+}
+
+// Postfix: Member { UnaryOperator }
+JSExpression* JSParser::parsePostfix() {
+  JSExpression* expr = parseMember();
+  if (expr == nullptr) return nullptr;
+  for (;;) {
+    nextToken();
+    if (tokType != TokUnary) {
+      pushBack();
+      return expr;
+    }
+    JSExpression* postfix = newOperator(JSExpression::POSTFIX, token, tokType, expr);
+    expr = postfix;
+  }
+}
+
+// Member: Primary { "." Primary | "[" Expression "]" | "(" ExpressionList ")" }
+JSExpression* JSParser::parseMember() {
+  JSExpression* expr = parsePrimary();
+  if (expr == nullptr) return nullptr;
+  for (;;) {
+    nextToken();
+    if (*token == '.') {
+      expr = newOperator(JSExpression::BINARY, token, tokType, expr);
+      expr->binary.expr2 = parsePrimary();
+      CHECK(expr->binary.expr2 != NULL);
+    } else if (*token == '[') {
+      expr = newOperator(JSExpression::INDEX, token, tokType, expr);
+      expr->binary.expr2 = parseExpression();
+      CHECK(expr->binary.expr2 != NULL);
+      READ_PUNCTUATION(']');
+    } else if (*token == '(') {
+      JSExpression* call = newExpression(JSExpression::CALL);
+      call->call.function = expr;
+      call->call.argList = parseExpressionList();
+      READ_PUNCTUATION(')');
+      expr = call;
+    } else {
+      pushBack();
+      return expr;
+    }
+  }
+}
+
+// Primary: "(" Expression ")" | "new" Id [ "(" ExpressionList ")" ] | Id | constant
+JSExpression* JSParser::parsePrimary() {
+  nextToken();
+  JSExpression* expr = nullptr;
+  if (*token == '(') {
+    expr = newExpression(JSExpression::PAREN);
+    expr->paren.expr = parseExpression();
+    CHECK(expr->paren.expr != NULL);
+    READ_PUNCTUATION(')');
+  } else if (tokType == TokId && isWord(token, "new")) {
+    nextToken();
+    CHECK(tokType == TokId);
+    expr = newExpression(JSExpression::NEW);
+    expr->construct.name = copyString(token);
+    nextToken();
+    if (*token == '(') {
+      expr->construct.argList = parseExpressionList();
+      READ_PUNCTUATION(')');
+    } else {
+      pushBack();
+    }
+  } else if (tokType == TokId) {
+    expr = newExpression(JSExpression::OBJECT);
+    expr->object.name = copyString(token);
+  } else if (tokType == TokFloat) {
+    expr = newExpression(JSExpression::FLOAT);
+    expr->floatValue = tokValue.floatValue;
+  } else if (tokType == TokInt) {
+    expr = newExpression(JSExpression::INT);
+    expr->intValue = tokValue.intValue;
+  } else if (tokType == TokBool) {
+    expr = newExpression(JSExpression::BOOLEAN);
+    expr->boolValue = tokValue.intValue;
+  } else if (tokType == TokString) {
+    expr = newExpression(JSExpression::STRING);
+    expr->string = copyString(token);
+  } else {
+    pushBack();
+  }
+  return expr;
+}
+
+// ExpressionList: [ Assignment { "," Assignment } ]
+JSArg* JSParser::parseExpressionList() {
+  JSExpression* first = parseAssignment();
+  if (first == nullptr) return nullptr;
+  JSArg* head = newRecord<JSArg>();
+  head->expr = first;
+  JSArg* last = head;
+  for (;;) {
+    nextToken();
+    if (*token != ',') {
+      pushBack();
+      return head;
+    }
+    JSArg* next = newRecord<JSArg>();
+    next->expr = parseAssignment();
+    CHECK(next->expr != NULL);
+    last->next = next;
+    last = next;
+  }
+}
+
+/* ---------------------------------------------------------------------------
+ * Printer: statements one to a line, no indentation, no blanks but where needed
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+void printExpression(FILE* stream, const JSExpression* expr);
+void printStatements(FILE* stream, const JSStatement* stmt);
+
+void printText(FILE* stream, const char* text) { fputs(text, stream); }
+
+void printOptional(FILE* stream, const JSExpression* expr) {
+  if (expr != nullptr) printExpression(stream, expr);
+}
+
+void printList(FILE* stream, const JSArg* list) {
+  for (const JSArg* arg = list; arg != nullptr; arg = arg->next) {
+    if (arg != list) printText(stream, ",");
+    printExpression(stream, arg->expr);
+  }
+}
+
+// The script text stands inside a VRML string: quotes and backslashes are escaped.
+void printString(FILE* stream, const char* text) {
+  for (const char* c = text; *c != 0; c++) {
+    if (*c == '"' || *c == '\\') putc('\\', stream);
+    putc(*c, stream);
+  }
+}
+
+// The first character that the expression's text will have.
+char leadingChar(const JSExpression* expr) {
+  switch (expr->type) {
+  case JSExpression::UNARY:
+    return expr->unary.token[0];
+  case JSExpression::BINARY:
+  case JSExpression::INDEX:
+    return leadingChar(expr->binary.expr1);
+  case JSExpression::CONDITIONAL:
+    return leadingChar(expr->conditional.test);
+  case JSExpression::POSTFIX:
+    return leadingChar(expr->unary.expr);
+  case JSExpression::CALL:
+    return leadingChar(expr->call.function);
+  case JSExpression::FLOAT: {
+    char text[32];
+    formatFloat(text, expr->floatValue);
+    return text[0];
+  }
+  case JSExpression::INT:
+    return expr->intValue < 0 ? '-' : '0';
+  default:
+    return 0;  // a name, a word, a quote or a parenthesis: never a sign
+  }
+}
+
+// An operator ending in a sign gets a blank before an operand that begins with
+// the same sign, so that "- -b" is not read back as "--b".
+void printOperand(FILE* stream, const char* token, const JSExpression* operand) {
+  printText(stream, token);
+  char last = token[strlen(token) - 1];
+  if ((last == '+' || last == '-') && leadingChar(operand) == last) printText(stream, " ");
+  printExpression(stream, operand);
+}
+
+void printExpression(FILE* stream, const JSExpression* expr) {
+  switch (expr->type) {
+  case JSExpression::OBJECT:
+    printText(stream, expr->object.name);
+    return;
+  case JSExpression::UNARY:
+    if (expr->unary.tokType == TokId) {
+      fprintf(stream, "%s ", expr->unary.token);
+      printExpression(stream, expr->unary.expr);
+    } else {
+      printOperand(stream, expr->unary.token, expr->unary.expr);
+    }
+    return;
+  case JSExpression::BINARY:
+    printExpression(stream, expr->binary.expr1);
+    printOperand(stream, expr->binary.token, expr->binary.expr2);
+    return;
+  case JSExpression::CONDITIONAL:
+    printExpression(stream, expr->conditional.test);
+    printText(stream, "?");
+    printExpression(stream, expr->conditional.expr1);
+    printText(stream, ":");
+    printExpression(stream, expr->conditional.expr2);
+    return;
+  case JSExpression::POSTFIX:
+    printExpression(stream, expr->unary.expr);
+    printText(stream, expr->unary.token);
+    return;
+  case JSExpression::PAREN:
+    printText(stream, "(");
+    printExpression(stream, expr->paren.expr);
+    printText(stream, ")");
+    return;
+  case JSExpression::INDEX:
+    printExpression(stream, expr->binary.expr1);
+    printText(stream, "[");
+    printExpression(stream, expr->binary.expr2);
+    printText(stream, "]");
+    return;
+  case JSExpression::CALL:
+    printExpression(stream, expr->call.function);
+    printText(stream, "(");
+    printList(stream, expr->call.argList);
+    printText(stream, ")");
+    return;
+  case JSExpression::NEW:
+    fprintf(stream, "new %s(", expr->construct.name);
+    printList(stream, expr->construct.argList);
+    printText(stream, ")");
+    return;
+  case JSExpression::FLOAT: {
+    char text[32];
+    *formatFloat(text, expr->floatValue) = 0;
+    printText(stream, text);
+    return;
+  }
+  case JSExpression::INT:
+    fprintf(stream, "%d", expr->intValue);
+    return;
+  case JSExpression::BOOLEAN:
+    printText(stream, expr->boolValue ? "true" : "false");
+    return;
+  case JSExpression::STRING:
+    printString(stream, expr->string);
+    return;
+  case JSExpression::VAR:
+    printText(stream, "var ");
+    printList(stream, expr->var.argList);
+    return;
+  default:
+    CHECK(0);
+  }
+}
+
+void printStatement(FILE* stream, const JSStatement* stmt) {
+  switch (stmt->type) {
+  case JSStatement::FOR:
+    printText(stream, "for(");
+    printOptional(stream, stmt->forStmt.init);
+    printText(stream, ";");
+    printOptional(stream, stmt->forStmt.test);
+    printText(stream, ";");
+    printOptional(stream, stmt->forStmt.update);
+    printText(stream, ")");
+    printStatements(stream, stmt->forStmt.body);
+    return;
+  case JSStatement::IF:
+    printText(stream, "if(");
+    printExpression(stream, stmt->ifStmt.test);
+    printText(stream, ")");
+    printStatements(stream, stmt->ifStmt.stmt1);
+    if (stmt->ifStmt.stmt2 != nullptr) {
+      printText(stream, "else ");
+      printStatements(stream, stmt->ifStmt.stmt2);
+    }
+    return;
+  case JSStatement::WHILE:
+    printText(stream, "while(");
+    printExpression(stream, stmt->whileStmt.test);
+    printText(stream, ")");
+    printStatements(stream, stmt->whileStmt.body);
+    return;
+  case JSStatement::BLOCK:
+    printText(stream, "{\n");
+    printStatements(stream, stmt->stmts);
+    printText(stream, "}\n");
+    return;
+  case JSStatement::SWITCH:
+    printText(stream, "switch (");
+    printExpression(stream, stmt->switchStmt.test);
+    printText(stream, ") {\n");
+    printStatements(stream, stmt->switchStmt.body);
+    printText(stream, "}\n");
+    return;
+  case JSStatement::CASE:
+    printText(stream, "case ");
+    printExpression(stream, stmt->expr);
+    printText(stream, ":\n");
+    return;
+  case JSStatement::BREAK:
+  case JSStatement::CONTINUE:
+    printText(stream, stmt->type == JSStatement::BREAK ? "break" : "continue");
+    if (stmt->label != nullptr) fprintf(stream, " %s", stmt->label);
+    printText(stream, ";\n");
+    return;
+  case JSStatement::RETURN:
+    printText(stream, "return");
+    if (stmt->expr != nullptr) {
+      printText(stream, " ");
+      printExpression(stream, stmt->expr);
+    }
+    printText(stream, ";\n");
+    return;
+  case JSStatement::EXPRESSION:
+    printExpression(stream, stmt->expr);
+    printText(stream, ";\n");
+    return;
+  case JSStatement::EMPTY:
+    printText(stream, ";\n");
+    return;
+  default:
+    CHECK(0);
+  }
+}
+
+void printStatements(FILE* stream, const JSStatement* stmt) {
+  for (; stmt != nullptr; stmt = stmt->next) printStatement(stream, stmt);
+}
+
+}  // namespace
+
+void JSParser::printFunctions(FILE* stream) {
+  for (const JSFunction* function = functions; function != nullptr; function = function->next) {
+    fprintf(stream, "function %s(", function->name);
+    for (const JSParam* param = function->params; param != nullptr; param = param->next) {
+      fprintf(stream, param == function->params ? "%s" : ",%s", param->name);
+    }
+    printText(stream, ") {\n");
+    printStatements(stream, function->body);
+    printText(stream, "}\n");
+  }
+}
