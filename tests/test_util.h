@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "jsparser.h"
 #include "vrmlparse.h"
 
 /// A new file with the built-in library. A scene is never released, as in a
@@ -16,6 +17,19 @@ inline VPFile* newFile() {
   static std::vector<VPFile*>* const files = new std::vector<VPFile*>;
   files->push_back(new VPFile);
   return files->back();
+}
+
+/// What the printer writes for a stream-producing call.
+template <class Print>
+std::string printedText(Print print) {
+  char* buffer = nullptr;
+  size_t size = 0;
+  FILE* stream = open_memstream(&buffer, &size);
+  print(stream);
+  fclose(stream);
+  std::string text(buffer, size);
+  free(buffer);
+  return text;
 }
 
 /// Reads a world given without its header line.
@@ -28,14 +42,7 @@ inline VPFile* parseWorld(const std::string& body) {
 
 /// What the writer prints for the scene, header line included.
 inline std::string writtenWorld(VPFile* file) {
-  char* buffer = nullptr;
-  size_t size = 0;
-  FILE* stream = open_memstream(&buffer, &size);
-  file->write(stream);
-  fclose(stream);
-  std::string text(buffer, size);
-  free(buffer);
-  return text;
+  return printedText([file](FILE* stream) { file->write(stream); });
 }
 
 /// The world read, its PROTO defaults hoisted, and written.
@@ -43,6 +50,21 @@ inline std::string rewrittenWorld(const std::string& body) {
   VPFile* file = parseWorld(body);
   file->hoistProtoDefaults();
   return writtenWorld(file);
+}
+
+/// A script parsed into a program that stays reachable to the end of the tests.
+inline JSParser* parseProgram(const std::string& script) {
+  static std::vector<JSParser*>* const programs = new std::vector<JSParser*>;
+  programs->push_back(new JSParser);
+  std::string text = script;
+  programs->back()->parseScript(&text[0]);
+  return programs->back();
+}
+
+/// The script as the printer writes it back.
+inline std::string printedScript(const std::string& script) {
+  JSParser* program = parseProgram(script);
+  return printedText([program](FILE* stream) { program->printFunctions(stream); });
 }
 
 /// A pattern that matches the text literally, for death-test expectations.
