@@ -12,7 +12,7 @@ namespace {
 
 // Each token as "class:text", with the value of numbers and booleans.
 std::vector<std::string> scriptTokens(const std::string& input) {
-  static JSParser* parser = new JSParser;
+  static JSParser* parser = newParser();
   std::string text = input;
   parser->cursor = &text[0];
   parser->savedChar = text[0];
@@ -70,7 +70,7 @@ TEST(ScriptTokenizer, CutsTextIntoTokens) {
 }
 
 TEST(ScriptTokenizer, CountsLinesOutsideStrings) {
-  JSParser parser;
+  JSParser& parser = *newParser();
   std::string text = "a\n/* one\ntwo */ b 'x\ny' c";
   parser.cursor = &text[0];
   parser.savedChar = text[0];

@@ -52,13 +52,18 @@ inline std::string rewrittenWorld(const std::string& body) {
   return writtenWorld(file);
 }
 
-/// A script parsed into a program that stays reachable to the end of the tests.
-inline JSParser* parseProgram(const std::string& script) {
+/// A new program, reachable to the end of the tests as a scene's would be.
+inline JSParser* newParser() {
   static std::vector<JSParser*>* const programs = new std::vector<JSParser*>;
   programs->push_back(new JSParser);
-  std::string text = script;
-  programs->back()->parseScript(&text[0]);
   return programs->back();
+}
+
+inline JSParser* parseProgram(const std::string& script) {
+  JSParser* program = newParser();
+  std::string text = script;
+  program->parseScript(&text[0]);
+  return program;
 }
 
 /// The script as the printer writes it back.
