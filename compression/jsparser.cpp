@@ -185,8 +185,6 @@ void JSParser::scanOperator() {
  * Parser: one token of look-ahead; text outside the subset stops at a check
  * ------------------------------------------------------------------------ */
 
-namespace {
-
 JSExpression* newExpression(int type) {
   JSExpression* expr = newRecord<JSExpression>();
   expr->type = type;
@@ -198,6 +196,8 @@ JSStatement* newStatement(int type) {
   stmt->type = type;
   return stmt;
 }
+
+namespace {
 
 JSExpression* newOperator(int type, const char* token, int tokType, JSExpression* expr1) {
   JSExpression* expr = newExpression(type);

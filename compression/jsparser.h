@@ -12,6 +12,12 @@
 struct JSExpression;
 struct JSStatement;
 struct JSStackEntry;
+struct JSAtom;
+struct JSAtomList;
+struct JSVarList;
+struct JSVarObject;
+class JSContext;
+class JSObject;
 
 /// Token classes. From TokAssign on, the numbers are the precedence levels of
 /// the operators, lowest first: parser and rewriting compare them.
@@ -147,7 +153,12 @@ struct JSFunction {
   JSStackEntry* stack;  ///< argument lists of the calls now being simulated
 };
 
-/// The program of one Script node: tokenizer state, then the parsed functions.
+/// Zeroed records of the syntax tree, kept to the end of the run.
+JSExpression* newExpression(int type);
+JSStatement* newStatement(int type);
+
+/// The program of one Script node: tokenizer state, the parsed functions, and
+/// the state of the simulation (jssimulate.cpp).
 struct JSParser {
   /// Tokenizer: nonzero when the next nextToken gives the current token again.
   /// One level only.
@@ -166,6 +177,14 @@ struct JSParser {
   StringTable* functionTable;    ///< by name; a name declared twice stands twice
   JSFunction* functions = nullptr;  ///< in order of declaration
 
+  JSContext* ourContext = nullptr;       ///< of the running entry; NULL between entries
+  StringTable* variables = nullptr;      ///< of the running call: name to reference
+  JSVarList* varGarbageList = nullptr;   ///< the variables of the running call
+  JSAtomList* atomGarbageList = nullptr; ///< every atom made since the entry began
+  int changeCount = 0;   ///< assignments of the running call that changed something
+  int callDepth = 0;     ///< simulated calls now nested
+  JSFunction* prunedFunction = nullptr;  ///< the function being rewritten
+
   JSParser();
 
   /// Parses the whole text, which must be writable and NUL-ended.
@@ -174,6 +193,39 @@ struct JSParser {
 
   void nextToken();
   void pushBack() { pushedBack = 1; }
+
+  // Values (jssimulate.cpp).
+  JSAtom* newAtom(int type);
+  JSAtom* mergeAtoms(JSAtom* atom1, JSAtom* atom2);
+  static bool atomsEqual(const JSAtom* a, const JSAtom* b);
+  JSAtom* equalOperator(JSAtom* left, JSAtom* right);
+  JSAtom* greaterOperator(JSAtom* left, JSAtom* right);
+  JSAtom* notOperator(JSAtom* src);
+  JSAtom* negateOperator(JSAtom* src);
+  JSAtom* andOperator(JSAtom* left, JSAtom* right);
+  JSAtom* orOperator(JSAtom* left, JSAtom* right);
+
+  // Calls: an entry is one simulateCall or one pruneScript.
+  int simulateCall(const char* name, JSContext* context, JSAtomList* args);
+  JSAtom* simulateFunction(JSFunction* fn, JSAtomList* args);
+  JSAtom* resolveName(const char* name);
+  JSVarObject* newVariable();
+
+  // Expressions and statements.
+  JSAtom* simulateExpression(JSExpression* expr);
+  JSAtom* simulateValue(JSExpression* expr);
+  JSAtomList* simulateArguments(JSArg* argList);
+  JSAtom* simulateStatements(JSStatement* stmts, int* stop);
+  JSAtom* simulateStatement(JSStatement* stmt, int* stop);
+
+  // Rewriting by what the simulation marked.
+  void pruneScript(JSContext* context);
+  JSStatement* pruneStatements(JSStatement* stmts);
+  JSStatement* pruneStatement(JSStatement* stmt, int inList);
+  JSStatement* pruneRequired(JSStatement* stmt, int inList);
+  JSExpression* pruneExpression(JSExpression* expr, int precedence);
+  JSExpression* pruneBinary(JSExpression* expr, int precedence);
+  void pruneArguments(JSArg* argList);
 
  private:
   void endToken(char* end, int type);
@@ -204,6 +256,37 @@ struct JSParser {
   JSExpression* parseMember();
   JSExpression* parsePrimary();
   JSArg* parseExpressionList();
+
+  JSAtom* knownFloat(float number);
+  JSAtom* knownBoolean(int truth);
+  JSAtom* unknownOf(int type);
+  JSAtom* objectAtom(JSObject* object);
+  JSAtom* mergeObjects(JSAtom* atom1, JSAtom* atom2);
+  JSAtom* logicalOperator(JSAtom* left, JSAtom* right, int decidingTruth);
+  void releaseAtoms();
+  void releaseVariables();
+  void bindParameters(JSFunction* fn, JSAtomList* args);
+  JSAtom* atomOrUnknown(JSAtom* atom);
+  JSAtom* simulateUnary(JSExpression* expr);
+  JSAtom* simulateBinary(JSExpression* expr);
+  JSAtom* simulateRelation(JSExpression* expr);
+  JSAtom* simulateAssign(JSExpression* expr);
+  JSAtom* simulateConditional(JSExpression* expr);
+  JSAtom* simulatePostfix(JSExpression* expr);
+  JSAtom* simulateIndex(JSExpression* expr);
+  JSAtom* simulateCallExpression(JSExpression* expr);
+  JSAtom* simulateNew(JSExpression* expr);
+  JSAtom* simulateMember(JSExpression* expr);
+  JSAtom* simulateLogical(JSExpression* expr, int decidingTruth);
+  JSAtom* simulateIf(JSStatement* stmt, int* stop);
+  JSAtom* simulateLoop(JSExpression* test, JSExpression* update, JSStatement* body);
+  JSAtom* simulateSwitch(JSStatement* stmt);
+  JSStatement* pruneIf(JSStatement* stmt, bool* goOn);
+  JSStatement* pruneBlock(JSStatement* stmt, int inList, bool* goOn);
+  JSExpression* pruneName(JSExpression* expr);
+  JSExpression* pruneAssignment(JSExpression* expr, int precedence);
+  JSExpression* foldConstants(JSExpression* expr);
+  bool isProtectedName(const char* name);
 };
 
 #endif

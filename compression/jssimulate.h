@@ -1,0 +1,101 @@
+// Script simulation: the abstract values of script expressions, the context and
+// objects through which a simulated script meets the world, the walk of
+// expressions and statements, and the rewriting of a script by what the walk
+// marked. The operations are members of JSParser (jsparser.h); includes no
+// scene header: the scene implements JSContext and JSObject.
+#ifndef WORLDPARE_JSSIMULATE_H
+#define WORLDPARE_JSSIMULATE_H
+
+#include <cstdint>
+
+#include "jsparser.h"
+
+/// One possible value of an atom, read by the atom's type.
+struct JSAtomValue {
+  JSAtomValue* next;
+  union {
+    float number;          ///< FLOAT
+    int32_t truth;         ///< BOOLEAN: 0 or 1
+    JSObject* object;      ///< OBJECT
+    JSFunction* function;  ///< FUNCTION
+  };
+};
+
+/// What an expression may evaluate to. Numbers and truth values are known
+/// exactly or only by kind (valueKnown 0, no cells); objects are a set; UNKNOWN
+/// is anything but objects. A NULL atom pointer is no value at all. Atoms are
+/// never changed once made, and live to the end of the entry.
+struct JSAtom {
+  enum Type { FLOAT = 0, BOOLEAN = 1, STRING = 2, OBJECT = 3, FUNCTION = 4, VOID = 5, UNKNOWN = 6 };
+
+  int type;
+  int valueKnown;
+  JSAtomValue* values;
+};
+
+struct JSAtomList {
+  JSAtomList* next;
+  JSAtom* atom;
+};
+
+/// The world that a script runs in.
+class JSContext {
+ public:
+  /// The atom of a name that is no variable and no function, or NULL when the
+  /// context does not know it; an OBJECT atom holds one cell.
+  virtual JSAtom* lookupName(const char* name) = 0;
+  /// The value of `new name(args)`; never NULL.
+  virtual JSAtom* callFunction(const char* name, JSAtomList* args) = 0;
+
+ protected:
+  ~JSContext() = default;
+};
+
+/// Anything that a script can read, assign or take a member of.
+class JSObject {
+ public:
+  virtual JSAtom* getElement(JSAtom* index) = 0;
+  /// NULL when there is no such member.
+  virtual JSAtom* getMember(const char* name) = 0;
+  /// Takes the value as one more thing the object may hold; nonzero if that changed it.
+  virtual int assign(JSAtom* value) = 0;
+  virtual JSAtom* getValue() = 0;
+  /// Zero when an assignment to the object cannot matter, so it may be dropped.
+  virtual int isNeeded() = 0;
+  virtual int isSameObject(JSObject* other) = 0;
+
+ protected:
+  ~JSObject() = default;
+};
+
+/// A variable of the running call. Its value is the merge of all values it was
+/// given in the call, never the last one.
+struct JSVarObject final : public JSObject {
+  JSParser* parser;
+  JSAtom* value = nullptr;
+
+  explicit JSVarObject(JSParser* owner) : parser(owner) {}
+  JSAtom* getElement(JSAtom* index) override;
+  JSAtom* getMember(const char* name) override;
+  int assign(JSAtom* v) override;
+  JSAtom* getValue() override;
+  int isNeeded() override;
+  int isSameObject(JSObject* other) override;
+};
+
+struct JSVarList {
+  JSVarList* next;
+  JSVarObject* variable;
+};
+
+struct JSStackEntry {
+  JSStackEntry* next;
+  JSAtomList* args;
+};
+
+/// Whether the first `count` arguments of two calls are the same values.
+int argumentsMatch(int count, JSAtomList* list1, JSAtomList* list2);
+/// Whether a reached part of the expression can change anything.
+int hasSideEffects(JSExpression* expr);
+
+#endif
