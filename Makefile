@@ -5,7 +5,7 @@ COVERAGE_BUILD := build-coverage
 JOBS := 2
 EXAMPLE := examples/lamp.wrl
 
-.PHONY: all build build-asan run test test-plain test-asan bench clean
+.PHONY: all build build-asan run test test-plain test-asan bench coverage clean
 
 all: build
 
@@ -39,3 +39,12 @@ bench: build
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(COVERAGE_BUILD)
+
+# Line coverage of the script simulator by the unit tests.
+coverage:
+	cmake -S . -B $(COVERAGE_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=--coverage >/dev/null
+	cmake --build $(COVERAGE_BUILD) -j $(JOBS) --target unit_tests
+	find $(COVERAGE_BUILD) -name '*.gcda' -delete
+	cd $(COVERAGE_BUILD) && ./unit_tests >/dev/null
+	cd $(COVERAGE_BUILD) && gcov -n CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.gcda \
+	  | grep -A1 "jssimulate.cpp'"
