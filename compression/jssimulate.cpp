@@ -589,7 +589,8 @@ JSAtom* JSParser::simulateAssign(JSExpression* expr) {
   bool plain = strcmp(expr->binary.token, "=") == 0;
   JSAtom* result = plain ? v : nullptr;
   if (left == nullptr || left->type == JSAtom::UNKNOWN) return result;
-  CHECK(left->type == JSAtom::OBJECT && left->valueKnown && left->values != NULL && left->values->next == NULL);
+  CHECK(left->type == JSAtom::OBJECT && left->valueKnown && left->values != NULL &&
+        left->values->next == NULL);
   if (v == nullptr) return result;
   if (left->values->object->assign(plain ? v : newAtom(JSAtom::UNKNOWN))) changeCount++;
   return result;
@@ -615,7 +616,8 @@ JSAtom* JSParser::simulateConditional(JSExpression* expr) {
 JSAtom* JSParser::simulatePostfix(JSExpression* expr) {
   JSAtom* var = atomOrUnknown(simulateExpression(expr->unary.expr));
   if (var->type == JSAtom::UNKNOWN) return var;
-  CHECK(var->type == JSAtom::OBJECT && var->valueKnown && var->values != NULL && var->values->next == NULL);
+  CHECK(var->type == JSAtom::OBJECT && var->valueKnown && var->values != NULL &&
+        var->values->next == NULL);
   JSAtom* number = unknownOf(JSAtom::FLOAT);
   if (var->values->object->assign(number)) changeCount++;
   return number;
@@ -636,7 +638,8 @@ JSAtom* JSParser::simulateCallExpression(JSExpression* expr) {
   JSAtomList* args = simulateArguments(expr->call.argList);
   JSAtom* result;
   if (function->type == JSAtom::FUNCTION) {
-    CHECK(function->valueKnown == TRUE && function->values != NULL && function->values->next == NULL);
+    CHECK(function->valueKnown == TRUE && function->values != NULL &&
+          function->values->next == NULL);
     JSFunction* fn = function->values->function;
     pushContext("Calling function %s", fn->name);
     result = simulateFunction(fn, args);

@@ -44,8 +44,12 @@ bool intsEqual(const VPValue* a, const VPValue* b) { return a->intValue == b->in
 bool singleFloatsEqual(const VPValue* a, const VPValue* b) {
   return floatsEqual(a->floatValue, b->floatValue);
 }
-bool pairsEqual(const VPValue* a, const VPValue* b) { return floatTuplesEqual(a->floats, b->floats, 2); }
-bool triplesEqual(const VPValue* a, const VPValue* b) { return floatTuplesEqual(a->floats, b->floats, 3); }
+bool pairsEqual(const VPValue* a, const VPValue* b) {
+  return floatTuplesEqual(a->floats, b->floats, 2);
+}
+bool triplesEqual(const VPValue* a, const VPValue* b) {
+  return floatTuplesEqual(a->floats, b->floats, 3);
+}
 bool quadruplesEqual(const VPValue* a, const VPValue* b) {
   return floatTuplesEqual(a->floats, b->floats, 4);
 }
@@ -56,7 +60,9 @@ int64_t pixelCount(const VPImage* image) { return int64_t(image->width) * image-
 bool imagesEqual(const VPValue* a, const VPValue* b) {
   const VPImage* x = a->image;
   const VPImage* y = b->image;
-  if (x->width != y->width || x->height != y->height || x->components != y->components) return false;
+  if (x->width != y->width || x->height != y->height || x->components != y->components) {
+    return false;
+  }
   int64_t count = pixelCount(x);
   return count < 1 || memcmp(x->pixels, y->pixels, size_t(count) * sizeof(int32_t)) == 0;
 }
@@ -1214,7 +1220,8 @@ VPNodeList* VPFile::newNodeList(VPNode* node) {
   return cell;
 }
 
-// NodeOrProto: EXTERNPROTO ... | PROTO ... | NULL | DEF Id Node | USE Id | ROUTE ... NodeOrProto | Node
+// NodeOrProto: EXTERNPROTO ... | PROTO ... | NULL | DEF Id Node | USE Id
+//            | ROUTE ... NodeOrProto | Node
 VPNodeList* VPFile::parseNodeOrProto() {
   for (;;) {
     nextToken();
@@ -1300,9 +1307,56 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
   return result;
 }
 
+namespace {
+
+/// The declared field that a name in a node's field list means.
+struct FieldFit {
+  VPFieldList* cell;
+  bool setForm;      ///< the name was "set_" and the field's name
+  bool changedForm;  ///< the name was the field's name and "_changed"
+};
+
+// An exact name ends the search; an alias form holds until a later cell
+// fits, so an exact match further down beats it. Aliases apply here to every
+// field class.
+FieldFit findBestFit(VPFieldList* declared, const char* token) {
+  FieldFit fit = {nullptr, false, false};
+  size_t n = strlen(token);
+  for (VPFieldList* cell = declared; cell != nullptr; cell = cell->next) {
+    const char* name = cell->field->name;
+    if (strcmp(name, token) == 0) return {cell, false, false};
+    if (strncmp(token, "set_", 4) == 0 && strcmp(name, token + 4) == 0) {
+      fit.cell = cell;
+      fit.setForm = true;
+    } else if (n > 8 && strcmp(token + n - 8, "_changed") == 0 && strlen(name) == n - 8 &&
+               strncmp(name, token, n - 8) == 0) {
+      fit.cell = cell;
+      fit.changedForm = true;
+    }
+  }
+  return fit;
+}
+
+}  // namespace
+
+// An alias form is valid only with IS to an event of its direction.
+void VPFile::checkAliasForm(VPFieldList* result, VPFieldList* bestFit, bool setForm,
+                            bool changedForm) {
+  if (setForm) {
+    CHECK(result->redirect != NULL);
+    CHECK(result->redirect->field->theClass == VPField::EVENT_IN);
+    if (bestFit->field->theClass != VPField::EXPOSED_FIELD) {
+      const char* name = bestFit->field->name;
+      fprintf(stderr, "Warning: Line %d, set_%s converted to %s\n", lineNumber, name, name);
+    }
+  } else if (changedForm) {
+    CHECK(result->redirect != NULL);
+    CHECK(result->redirect->field->theClass == VPField::EVENT_OUT);
+    CHECK(bestFit->field->theClass == VPField::EXPOSED_FIELD);
+  }
+}
+
 // NodeFields: { ROUTE ... | FieldName FieldValue }, in file order.
-// A "set_" or "_changed" form of a declared name is accepted on any field
-// class, but only with IS to an event of that direction.
 VPFieldList* VPFile::parseNodeFields(VPFieldList* declared) {
   VPFieldList* head = nullptr;
   VPFieldList** last = &head;
@@ -1312,25 +1366,8 @@ VPFieldList* VPFile::parseNodeFields(VPFieldList* declared) {
       parseRoute();
       nextToken();
     }
-    size_t n = strlen(token);
-    VPFieldList* bestFit = nullptr;
-    bool setForm = false, changedForm = false;
-    for (VPFieldList* cell = declared; cell != nullptr; cell = cell->next) {
-      const char* name = cell->field->name;
-      if (strcmp(name, token) == 0) {
-        bestFit = cell;
-        setForm = changedForm = false;
-        break;
-      }
-      if (strncmp(token, "set_", 4) == 0 && strcmp(name, token + 4) == 0) {
-        bestFit = cell;
-        setForm = true;
-      } else if (n > 8 && strcmp(token + n - 8, "_changed") == 0 && strlen(name) == n - 8 &&
-                 strncmp(name, token, n - 8) == 0) {
-        bestFit = cell;
-        changedForm = true;
-      }
-    }
+    FieldFit fit = findBestFit(declared, token);
+    VPFieldList* bestFit = fit.cell;
     if (bestFit == nullptr) {
       pushBack();
       return head;
@@ -1341,18 +1378,7 @@ VPFieldList* VPFile::parseNodeFields(VPFieldList* declared) {
     if (result->redirect != nullptr) {
       CHECK(result->redirect->field->theType == bestFit->field->theType);
     }
-    if (setForm) {
-      CHECK(result->redirect != NULL);
-      CHECK(result->redirect->field->theClass == VPField::EVENT_IN);
-      if (bestFit->field->theClass != VPField::EXPOSED_FIELD) {
-        const char* name = bestFit->field->name;
-        fprintf(stderr, "Warning: Line %d, set_%s converted to %s\n", lineNumber, name, name);
-      }
-    } else if (changedForm) {
-      CHECK(result->redirect != NULL);
-      CHECK(result->redirect->field->theClass == VPField::EVENT_OUT);
-      CHECK(bestFit->field->theClass == VPField::EXPOSED_FIELD);
-    }
+    checkAliasForm(result, bestFit, fit.setForm, fit.changedForm);
     *last = result;
     last = &result->next;
   }
@@ -1391,7 +1417,8 @@ VPFieldList* VPFile::parseDeclaration(int withValues) {
   if (!withValues) {
     nextToken();
     if (*token != '=') {
-      CHECK(*token == '=' || field->theClass == VPField::EVENT_IN || field->theClass == VPField::EVENT_OUT);
+      CHECK(*token == '=' || field->theClass == VPField::EVENT_IN ||
+            field->theClass == VPField::EVENT_OUT);
       pushBack();
       return cell;
     }

@@ -272,6 +272,7 @@ struct VPFile {
   VPNodeList* newNodeList(VPNode* node);
   VPFieldList* parseDeclaration(int withValues);
   void parseEventIs(VPFieldList* cell);
+  void checkAliasForm(VPFieldList* result, VPFieldList* bestFit, bool setForm, bool changedForm);
   void enterNodeName(char* nodeName, VPNode* node);
 };
 
