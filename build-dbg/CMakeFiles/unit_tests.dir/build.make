@@ -69,35 +69,211 @@ include CMakeFiles/unit_tests.dir/progress.make
 # Include the compile flags for this target's objects.
 include CMakeFiles/unit_tests.dir/flags.make
 
-CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
-CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.o: /work/main/tests/smoke_test.cpp
-CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
-	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_1) "Building CXX object CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.o"
-	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.o -c /work/main/tests/smoke_test.cpp
+CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.o: /work/main/tests/jsparser_corpus_test.cpp
+CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_1) "Building CXX object CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.o -c /work/main/tests/jsparser_corpus_test.cpp
 
-CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.i: cmake_force
-	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.i"
-	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/smoke_test.cpp > CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.i
+CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/jsparser_corpus_test.cpp > CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.i
 
-CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.s: cmake_force
-	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.s"
-	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/smoke_test.cpp -o CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.s
+CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/jsparser_corpus_test.cpp -o CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.o: /work/main/tests/jsparser_test.cpp
+CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_2) "Building CXX object CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.o -c /work/main/tests/jsparser_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/jsparser_test.cpp > CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/jsparser_test.cpp -o CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.o: /work/main/tests/jssimulate_test.cpp
+CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_3) "Building CXX object CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.o -c /work/main/tests/jssimulate_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/jssimulate_test.cpp > CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/jssimulate_test.cpp -o CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.o: /work/main/tests/jssimulate_values_test.cpp
+CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_4) "Building CXX object CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.o -c /work/main/tests/jssimulate_values_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/jssimulate_values_test.cpp > CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/jssimulate_values_test.cpp -o CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.o: /work/main/tests/main_number_test.cpp
+CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_5) "Building CXX object CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.o -c /work/main/tests/main_number_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/main_number_test.cpp > CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/main_number_test.cpp -o CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/main_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/main_test.cpp.o: /work/main/tests/main_test.cpp
+CMakeFiles/unit_tests.dir/tests/main_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_6) "Building CXX object CMakeFiles/unit_tests.dir/tests/main_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/main_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/main_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/main_test.cpp.o -c /work/main/tests/main_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/main_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/main_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/main_test.cpp > CMakeFiles/unit_tests.dir/tests/main_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/main_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/main_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/main_test.cpp -o CMakeFiles/unit_tests.dir/tests/main_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.o: /work/main/tests/stringtable_test.cpp
+CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_7) "Building CXX object CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.o -c /work/main/tests/stringtable_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/stringtable_test.cpp > CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/stringtable_test.cpp -o CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.o: /work/main/tests/vrmlcompress_scan_test.cpp
+CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_8) "Building CXX object CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.o -c /work/main/tests/vrmlcompress_scan_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/vrmlcompress_scan_test.cpp > CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/vrmlcompress_scan_test.cpp -o CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.o: /work/main/tests/vrmlcompress_test.cpp
+CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_9) "Building CXX object CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.o -c /work/main/tests/vrmlcompress_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/vrmlcompress_test.cpp > CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/vrmlcompress_test.cpp -o CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.o: /work/main/tests/vrmlparse_nodes_test.cpp
+CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_10) "Building CXX object CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.o -c /work/main/tests/vrmlparse_nodes_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/vrmlparse_nodes_test.cpp > CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/vrmlparse_nodes_test.cpp -o CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.o: /work/main/tests/vrmlparse_tokenizer_test.cpp
+CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_11) "Building CXX object CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.o -c /work/main/tests/vrmlparse_tokenizer_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/vrmlparse_tokenizer_test.cpp > CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/vrmlparse_tokenizer_test.cpp -o CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.s
+
+CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.o: CMakeFiles/unit_tests.dir/flags.make
+CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.o: /work/main/tests/vrmlparse_values_test.cpp
+CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.o: CMakeFiles/unit_tests.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_12) "Building CXX object CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.o -MF CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.o.d -o CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.o -c /work/main/tests/vrmlparse_values_test.cpp
+
+CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/tests/vrmlparse_values_test.cpp > CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.i
+
+CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/tests/vrmlparse_values_test.cpp -o CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.s
 
 # Object files for target unit_tests
 unit_tests_OBJECTS = \
-"CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.o"
+"CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/main_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.o" \
+"CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.o"
 
 # External object files for target unit_tests
 unit_tests_EXTERNAL_OBJECTS =
 
-unit_tests: CMakeFiles/unit_tests.dir/tests/smoke_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/jsparser_corpus_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/jsparser_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/jssimulate_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/jssimulate_values_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/main_number_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/main_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/stringtable_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/vrmlcompress_scan_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/vrmlcompress_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/vrmlparse_nodes_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/vrmlparse_tokenizer_test.cpp.o
+unit_tests: CMakeFiles/unit_tests.dir/tests/vrmlparse_values_test.cpp.o
 unit_tests: CMakeFiles/unit_tests.dir/build.make
 unit_tests: libworldpare_core.a
 unit_tests: /usr/lib/x86_64-linux-gnu/libgtest.a
 unit_tests: /usr/lib/x86_64-linux-gnu/libgtest_main.a
 unit_tests: /usr/lib/x86_64-linux-gnu/libgtest.a
 unit_tests: CMakeFiles/unit_tests.dir/link.txt
-	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --bold --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_2) "Linking CXX executable unit_tests"
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --bold --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_13) "Linking CXX executable unit_tests"
 	$(CMAKE_COMMAND) -E cmake_link_script CMakeFiles/unit_tests.dir/link.txt --verbose=$(VERBOSE)
 
 # Rule to build all files generated by this target.

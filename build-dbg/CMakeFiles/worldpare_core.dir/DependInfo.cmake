@@ -8,6 +8,8 @@ set(CMAKE_DEPENDS_LANGUAGES
 
 # The set of dependency files which are needed:
 set(CMAKE_DEPENDS_DEPENDENCY_FILES
+  "/work/main/compression/jsparser.cpp" "CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o" "gcc" "CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o.d"
+  "/work/main/compression/jssimulate.cpp" "CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o" "gcc" "CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o.d"
   "/work/main/compression/main.cpp" "CMakeFiles/worldpare_core.dir/compression/main.cpp.o" "gcc" "CMakeFiles/worldpare_core.dir/compression/main.cpp.o.d"
   "/work/main/compression/stringtable.cpp" "CMakeFiles/worldpare_core.dir/compression/stringtable.cpp.o" "gcc" "CMakeFiles/worldpare_core.dir/compression/stringtable.cpp.o.d"
   "/work/main/compression/vrmlcascade.cpp" "CMakeFiles/worldpare_core.dir/compression/vrmlcascade.cpp.o" "gcc" "CMakeFiles/worldpare_core.dir/compression/vrmlcascade.cpp.o.d"

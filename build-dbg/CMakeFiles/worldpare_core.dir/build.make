@@ -139,13 +139,43 @@ CMakeFiles/worldpare_core.dir/compression/vrmlcompress.cpp.s: cmake_force
 	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/worldpare_core.dir/compression/vrmlcompress.cpp.s"
 	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/compression/vrmlcompress.cpp -o CMakeFiles/worldpare_core.dir/compression/vrmlcompress.cpp.s
 
+CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o: CMakeFiles/worldpare_core.dir/flags.make
+CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o: /work/main/compression/jsparser.cpp
+CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o: CMakeFiles/worldpare_core.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_6) "Building CXX object CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o -MF CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o.d -o CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o -c /work/main/compression/jsparser.cpp
+
+CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/compression/jsparser.cpp > CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.i
+
+CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/compression/jsparser.cpp -o CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.s
+
+CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o: CMakeFiles/worldpare_core.dir/flags.make
+CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o: /work/main/compression/jssimulate.cpp
+CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o: CMakeFiles/worldpare_core.dir/compiler_depend.ts
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_7) "Building CXX object CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -MD -MT CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o -MF CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o.d -o CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o -c /work/main/compression/jssimulate.cpp
+
+CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.i: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Preprocessing CXX source to CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.i"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -E /work/main/compression/jssimulate.cpp > CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.i
+
+CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.s: cmake_force
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green "Compiling CXX source to assembly CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.s"
+	/usr/bin/c++ $(CXX_DEFINES) $(CXX_INCLUDES) $(CXX_FLAGS) -S /work/main/compression/jssimulate.cpp -o CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.s
+
 # Object files for target worldpare_core
 worldpare_core_OBJECTS = \
 "CMakeFiles/worldpare_core.dir/compression/main.cpp.o" \
 "CMakeFiles/worldpare_core.dir/compression/stringtable.cpp.o" \
 "CMakeFiles/worldpare_core.dir/compression/vrmlparse.cpp.o" \
 "CMakeFiles/worldpare_core.dir/compression/vrmlcascade.cpp.o" \
-"CMakeFiles/worldpare_core.dir/compression/vrmlcompress.cpp.o"
+"CMakeFiles/worldpare_core.dir/compression/vrmlcompress.cpp.o" \
+"CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o" \
+"CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o"
 
 # External object files for target worldpare_core
 worldpare_core_EXTERNAL_OBJECTS =
@@ -155,9 +185,11 @@ libworldpare_core.a: CMakeFiles/worldpare_core.dir/compression/stringtable.cpp.o
 libworldpare_core.a: CMakeFiles/worldpare_core.dir/compression/vrmlparse.cpp.o
 libworldpare_core.a: CMakeFiles/worldpare_core.dir/compression/vrmlcascade.cpp.o
 libworldpare_core.a: CMakeFiles/worldpare_core.dir/compression/vrmlcompress.cpp.o
+libworldpare_core.a: CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o
+libworldpare_core.a: CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o
 libworldpare_core.a: CMakeFiles/worldpare_core.dir/build.make
 libworldpare_core.a: CMakeFiles/worldpare_core.dir/link.txt
-	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --bold --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_6) "Linking CXX static library libworldpare_core.a"
+	@$(CMAKE_COMMAND) -E cmake_echo_color --switch=$(COLOR) --green --bold --progress-dir=/work/main/build-dbg/CMakeFiles --progress-num=$(CMAKE_PROGRESS_8) "Linking CXX static library libworldpare_core.a"
 	$(CMAKE_COMMAND) -P CMakeFiles/worldpare_core.dir/cmake_clean_target.cmake
 	$(CMAKE_COMMAND) -E cmake_link_script CMakeFiles/worldpare_core.dir/link.txt --verbose=$(VERBOSE)
 

@@ -1,4 +1,8 @@
 file(REMOVE_RECURSE
+  "CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o"
+  "CMakeFiles/worldpare_core.dir/compression/jsparser.cpp.o.d"
+  "CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o"
+  "CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.o.d"
   "CMakeFiles/worldpare_core.dir/compression/main.cpp.o"
   "CMakeFiles/worldpare_core.dir/compression/main.cpp.o.d"
   "CMakeFiles/worldpare_core.dir/compression/stringtable.cpp.o"

@@ -34,5 +34,9 @@ CMakeFiles/worldpare_core.dir/compression/vrmlcompress.cpp.o: \
  /usr/include/x86_64-linux-gnu/bits/stdio_lim.h \
  /usr/include/x86_64-linux-gnu/bits/floatn.h \
  /usr/include/x86_64-linux-gnu/bits/floatn-common.h \
- /work/main/compression/stringtable.h /work/main/compression/main.h \
- /usr/include/c++/12/cstddef
+ /work/main/compression/stringtable.h /usr/include/c++/12/cstring \
+ /usr/include/string.h \
+ /usr/include/x86_64-linux-gnu/bits/types/locale_t.h \
+ /usr/include/x86_64-linux-gnu/bits/types/__locale_t.h \
+ /usr/include/strings.h /work/main/compression/jsparser.h \
+ /work/main/compression/main.h /usr/include/c++/12/cstddef

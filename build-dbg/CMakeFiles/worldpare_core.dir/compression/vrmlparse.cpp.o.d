@@ -120,5 +120,5 @@ CMakeFiles/worldpare_core.dir/compression/vrmlparse.cpp.o: \
  /usr/include/c++/12/bits/stl_function.h \
  /usr/include/c++/12/backward/binders.h \
  /usr/include/c++/12/bits/range_access.h \
- /usr/include/c++/12/bits/vector.tcc /work/main/compression/main.h \
- /usr/include/c++/12/cstddef
+ /usr/include/c++/12/bits/vector.tcc /work/main/compression/jsparser.h \
+ /work/main/compression/main.h /usr/include/c++/12/cstddef
