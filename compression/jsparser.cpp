@@ -20,7 +20,6 @@ namespace {
 
 bool isIdentifierStart(char c) { return isalpha(static_cast<unsigned char>(c)) || c == '_'; }
 bool isIdentifierPart(char c) { return isalnum(static_cast<unsigned char>(c)) || c == '_'; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // Skips blanks and comments; an unclosed block comment ends at the end of the text.
 char* skipSpaceAndComments(char* p, int* lineNumber) {
@@ -95,7 +94,7 @@ void JSParser::nextToken() {
       tokType = TokBool;
       tokValue.intValue = token[0] == 't';
     }
-  } else if (c == '.' || isDigit(c)) {
+  } else if (c == '.' || isDecimalDigit(c)) {
     scanNumber();
   } else if (c == '"' || c == '\'') {
     scanString();
@@ -116,33 +115,21 @@ void JSParser::endToken(char* end, int type) {
 
 void JSParser::scanNumber() {
   char* p = cursor;
-  if (*p == '.' && !isDigit(p[1])) {
+  if (*p == '.' && !isDecimalDigit(p[1])) {
     endToken(p + 1, TokPunctuation);
     return;
   }
   bool leadingZero = *p == '0';
   while (*p == '0') p++;
   if (*p == 'x' || *p == 'X') {
-    char* digits = ++p;
-    while (isxdigit(static_cast<unsigned char>(*p))) p++;
-    endToken(p, TokInt);
+    char* digits = p + 1;
+    endToken(skipHexDigits(digits), TokInt);
     tokValue.intValue = 0;
     readHexadecimal(digits, &tokValue.intValue);
     return;
   }
-  while (isDigit(*p)) p++;
-  bool isFloat = false;
-  if (*p == '.') {
-    isFloat = true;
-    for (p++; isDigit(*p); p++) {
-    }
-  }
-  if (*p == 'E' || *p == 'e') {
-    isFloat = true;
-    p++;
-    if (*p == '+' || *p == '-') p++;
-    while (isDigit(*p)) p++;
-  }
+  bool isFloat;
+  p = skipDecimalNumber(p, &isFloat);
   if (isFloat) {
     endToken(p, TokFloat);
     readFloat(token, &tokValue.floatValue);

@@ -175,19 +175,44 @@ char* copyString(const char* text) { return copyString(text, strlen(text)); }
  * Number text
  * ------------------------------------------------------------------------ */
 
-namespace {
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isHexDigit(char c) { return isxdigit(static_cast<unsigned char>(c)); }
 
+char* skipHexDigits(char* p) {
+  while (isHexDigit(*p)) p++;
+  return p;
+}
+
+namespace {
+
+char* skipDigits(char* p) {
+  while (isDecimalDigit(*p)) p++;
+  return p;
+}
+
 }  // namespace
+
+char* skipDecimalNumber(char* p, bool* isFloat) {
+  p = skipDigits(p);
+  *isFloat = false;
+  if (*p == '.') {
+    *isFloat = true;
+    p = skipDigits(p + 1);
+  }
+  if (*p == 'E' || *p == 'e') {
+    *isFloat = true;
+    p++;
+    if (*p == '-' || *p == '+') p++;
+    p = skipDigits(p);
+  }
+  return p;
+}
 
 void readDecimal(const char* text, int32_t* value) {
   bool negative = *text == '-';
   if (*text == '-' || *text == '+') text++;
-  if (!isDigit(*text)) return;
+  if (!isDecimalDigit(*text)) return;
   uint32_t magnitude = 0;
-  for (; isDigit(*text); text++) magnitude = magnitude * 10 + uint32_t(*text - '0');
+  for (; isDecimalDigit(*text); text++) magnitude = magnitude * 10 + uint32_t(*text - '0');
   *value = int32_t(negative ? 0u - magnitude : magnitude);
 }
 
@@ -196,7 +221,7 @@ void readHexadecimal(const char* digits, int32_t* value) {
   uint32_t result = 0;
   for (; isHexDigit(*digits); digits++) {
     char c = char(tolower(static_cast<unsigned char>(*digits)));
-    result = result * 16 + uint32_t(isDigit(c) ? c - '0' : c - 'a' + 10);
+    result = result * 16 + uint32_t(isDecimalDigit(c) ? c - '0' : c - 'a' + 10);
   }
   *value = int32_t(result);
 }

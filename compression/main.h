@@ -40,7 +40,14 @@ Element* newArray(size_t count) {
 char* copyString(const char* text, size_t length);
 char* copyString(const char* text);
 
-// Number text, shared by the VRML and script readers and writers. The readers
+// Number text, shared by the VRML and script tokenizers, readers and writers.
+inline bool isDecimalDigit(char c) { return c >= '0' && c <= '9'; }
+bool isHexDigit(char c);
+char* skipHexDigits(char* p);
+/// Steps over digits, then a fraction and an exponent, either of which makes
+/// the number a float; their digits may be missing.
+char* skipDecimalNumber(char* p, bool* isFloat);
+// The readers
 // keep the low 32 bits of an integer of any length; a text without digits
 // leaves `value` as it stood.
 void readDecimal(const char* text, int32_t* value);

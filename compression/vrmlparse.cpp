@@ -463,12 +463,6 @@ namespace {
 
 inline bool isIdentifierStart(unsigned char c) { return isalpha(c) || c == '_'; }
 inline bool isIdentifierPart(unsigned char c) { return isalnum(c) || c == '_' || c == '-'; }
-inline bool isDigit(char c) { return isdigit(static_cast<unsigned char>(c)); }
-
-char* skipDigits(char* p) {
-  while (isDigit(*p)) p++;
-  return p;
-}
 
 }  // namespace
 
@@ -528,7 +522,7 @@ void VPFile::scanIdentifier() {
 
 void VPFile::scanNumber() {
   char* p = cursor;
-  if (*p == '.' && !isDigit(p[1])) {
+  if (*p == '.' && !isDecimalDigit(p[1])) {
     cursor++;
     endToken(TokSymbol);
     return;
@@ -536,26 +530,14 @@ void VPFile::scanNumber() {
   if (*p == '-' || *p == '+') p++;
   while (*p == '0') p++;
   if (*p == 'x' || *p == 'X') {
-    char* digits = ++p;
-    while (isxdigit(static_cast<unsigned char>(*p))) p++;
-    cursor = p;
+    char* digits = p + 1;
+    cursor = skipHexDigits(digits);
     endToken(TokInt);
     readHexadecimal(digits, &tokValue.intValue);
     return;
   }
-  p = skipDigits(p);
-  bool isFloat = false;
-  if (*p == '.') {
-    isFloat = true;
-    p = skipDigits(p + 1);
-  }
-  if (*p == 'E' || *p == 'e') {
-    isFloat = true;
-    p++;
-    if (*p == '-' || *p == '+') p++;
-    p = skipDigits(p);
-  }
-  cursor = p;
+  bool isFloat;
+  cursor = skipDecimalNumber(p, &isFloat);
   if (isFloat) {
     endToken(TokFloat);
     readFloat(token, &tokValue.floatValue);
