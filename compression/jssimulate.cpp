@@ -34,6 +34,18 @@ bool isKnownTruth(const JSAtom* atom, int truth) {
   return isKnown(atom, JSAtom::BOOLEAN) && atom->values->truth == truth;
 }
 
+// Same number of cells, and each cell of a has a match in b.
+template <class Match>
+bool cellsCorrespond(const JSAtom* a, const JSAtom* b, Match match) {
+  if (countValues(a) != countValues(b)) return false;
+  for (const JSAtomValue* x = a->values; x != nullptr; x = x->next) {
+    bool found = false;
+    for (const JSAtomValue* y = b->values; y != nullptr && !found; y = y->next) found = match(x, y);
+    if (!found) return false;
+  }
+  return true;
+}
+
 bool sameCellContent(int type, const JSAtomValue* a, const JSAtomValue* b) {
   switch (type) {
   case JSAtom::FLOAT:
@@ -163,15 +175,9 @@ bool JSParser::atomsEqual(const JSAtom* a, const JSAtom* b) {
   if (a->type == JSAtom::UNKNOWN) return true;
   if (a->valueKnown != b->valueKnown) return false;
   if (!a->valueKnown) return true;
-  if (countValues(a) != countValues(b)) return false;
-  for (const JSAtomValue* x = a->values; x != nullptr; x = x->next) {
-    bool found = false;
-    for (const JSAtomValue* y = b->values; y != nullptr && !found; y = y->next) {
-      found = sameCellContent(a->type, x, y);
-    }
-    if (!found) return false;
-  }
-  return true;
+  return cellsCorrespond(a, b, [a](const JSAtomValue* x, const JSAtomValue* y) {
+    return sameCellContent(a->type, x, y);
+  });
 }
 
 // Both atoms are known and neither is UNKNOWN: the caller has made sure.
@@ -400,15 +406,9 @@ namespace {
 // a new object for it.
 bool argumentAtomsMatch(const JSAtom* a, const JSAtom* b) {
   if (a->type != JSAtom::OBJECT || b->type != JSAtom::OBJECT) return JSParser::atomsEqual(a, b);
-  if (countValues(a) != countValues(b)) return false;
-  for (const JSAtomValue* x = a->values; x != nullptr; x = x->next) {
-    bool found = false;
-    for (const JSAtomValue* y = b->values; y != nullptr && !found; y = y->next) {
-      found = x->object == y->object || x->object->isSameObject(y->object);
-    }
-    if (!found) return false;
-  }
-  return true;
+  return cellsCorrespond(a, b, [](const JSAtomValue* x, const JSAtomValue* y) {
+    return x->object == y->object || x->object->isSameObject(y->object);
+  });
 }
 
 }  // namespace
