@@ -356,6 +356,8 @@ TEST(ScriptPrinter, PrintedTextReadsBackToItself) {
       R"js(function f() { ; ; {} var a = new X, b = new Y(1); a++ + +b; typeof typeof a; })js",
       R"js(function f() { x = a <= b >= c != d == e; x -= 1; x *= 2; x /= 3; x %= 4; })js",
       R"js(function f() { x <<= 1; x >>= 2; x >>>= 3; x &= 4; x |= 5; x ^= 6; })js",
+      R"js(function f() { delete a.b; void 0; x = a > b, y = a < b; while (a) continue l; })js",
+      R"js(function f() { while (a) { if (b) break; else continue; } return !a++ + -b--; })js",
   };
   for (const char* script : scripts) expectFixedPoint(script);
 }
