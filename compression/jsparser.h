@@ -13,6 +13,7 @@ struct JSExpression;
 struct JSStatement;
 struct JSStackEntry;
 struct JSAtom;
+struct JSAtomValue;
 struct JSAtomList;
 struct JSVarList;
 struct JSVarObject;
@@ -257,6 +258,7 @@ struct JSParser {
   JSExpression* parsePrimary();
   JSArg* parseExpressionList();
 
+  JSAtom* singleAtom(int type, JSAtomValue value);
   JSAtom* knownFloat(float number);
   JSAtom* knownBoolean(int truth);
   JSAtom* unknownOf(int type);

@@ -78,28 +78,28 @@ JSAtom* JSParser::unknownOf(int type) {
   return atom;
 }
 
-JSAtom* JSParser::knownFloat(float number) {
-  JSAtom* atom = newAtom(JSAtom::FLOAT);
-  JSAtomValue value = {};
-  value.number = number;
+JSAtom* JSParser::singleAtom(int type, JSAtomValue value) {
+  JSAtom* atom = newAtom(type);
   pushValue(atom, value);
   return atom;
+}
+
+JSAtom* JSParser::knownFloat(float number) {
+  JSAtomValue value = {};
+  value.number = number;
+  return singleAtom(JSAtom::FLOAT, value);
 }
 
 JSAtom* JSParser::knownBoolean(int truth) {
-  JSAtom* atom = newAtom(JSAtom::BOOLEAN);
   JSAtomValue value = {};
   value.truth = truth ? 1 : 0;
-  pushValue(atom, value);
-  return atom;
+  return singleAtom(JSAtom::BOOLEAN, value);
 }
 
 JSAtom* JSParser::objectAtom(JSObject* object) {
-  JSAtom* atom = newAtom(JSAtom::OBJECT);
   JSAtomValue value = {};
   value.object = object;
-  pushValue(atom, value);
-  return atom;
+  return singleAtom(JSAtom::OBJECT, value);
 }
 
 // Releases every atom of the entry with its cells.
@@ -325,11 +325,9 @@ JSAtom* JSParser::resolveName(const char* name) {
     return static_cast<JSAtom*>(entry->data);
   }
   if (StringTable::Entry* entry = functionTable->findString(name)) {
-    JSAtom* atom = newAtom(JSAtom::FUNCTION);
     JSAtomValue value = {};
     value.function = static_cast<JSFunction*>(entry->data);
-    pushValue(atom, value);
-    return atom;
+    return singleAtom(JSAtom::FUNCTION, value);
   }
   if (JSAtom* atom = ourContext->lookupName(name)) return atom;
   JSAtom* reference = objectAtom(newVariable());

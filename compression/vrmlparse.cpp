@@ -210,15 +210,6 @@ void writeValue(FILE* stream, int type, const VPValue* value) {
 
 }  // namespace
 
-const char* fieldTypeWord(int type) { return fieldType(type).word; }
-
-const char* fieldClassWord(int theClass) {
-  if (theClass < 0 || theClass >= VP_FIELD_CLASS_COUNT) CHECK(0);
-  return fieldClassWords[theClass];
-}
-
-void writeFloat(FILE* stream, float value) { writeFloats(stream, &value, 1); }
-
 bool fieldValuesEqual(const VPFieldList* cell, const VPFieldList* other) {
   const VPField* field = cell->field;
   CHECK(field->theClass == other->field->theClass && field->theType == other->field->theType);
@@ -287,10 +278,19 @@ void clearVisitedNodes(const VPNodeList* list) {
   }
 }
 
-void clearVisitedNodeFields(const VPFieldList* list) {
+// Calls `visit` on each node held by the node-valued cells of the list, in order.
+template <class Visit>
+void forEachNodeIn(const VPFieldList* list, Visit visit) {
   for (const VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
-    if (cell->field->holdsNodes()) clearVisitedNodes(cell->value);
+    if (!cell->field->holdsNodes()) continue;
+    for (const VPNodeList* value = cell->value; value != nullptr; value = value->next) {
+      if (value->node != nullptr) visit(value->node);
+    }
   }
+}
+
+void clearVisitedNodeFields(const VPFieldList* list) {
+  forEachNodeIn(list, [](VPNode* node) { node->clearVisited(); });
 }
 
 }  // namespace
@@ -1638,19 +1638,6 @@ void VPNode::writeField(VPFieldList* cell, FILE* stream, int withValues, int isI
   }
 }
 
-namespace {
-
-void writeRoutesOfNodes(FILE* stream, const VPFieldList* list) {
-  for (const VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
-    if (!cell->field->holdsNodes()) continue;
-    for (const VPNodeList* value = cell->value; value != nullptr; value = value->next) {
-      if (value->node != nullptr) value->node->writeRoutes(stream);
-    }
-  }
-}
-
-}  // namespace
-
 // The routes of a subtree, grouped by source node, depth first; the routes of
 // one source in input order.
 void VPNode::writeRoutes(FILE* stream) {
@@ -1665,6 +1652,7 @@ void VPNode::writeRoutes(FILE* stream) {
     fprintf(stream, "ROUTE %s.%s TO %s.%s\n", (*route)->sourceNode->name,
             (*route)->sourceField->name, (*route)->destNode->name, (*route)->destField->name);
   }
-  writeRoutesOfNodes(stream, fields);
-  if (nodeType == SCRIPT) writeRoutesOfNodes(stream, other.script.fields);
+  auto writeChildRoutes = [stream](VPNode* child) { child->writeRoutes(stream); };
+  forEachNodeIn(fields, writeChildRoutes);
+  if (nodeType == SCRIPT) forEachNodeIn(other.script.fields, writeChildRoutes);
 }

@@ -279,11 +279,4 @@ struct VPFile {
 /// Two cells of one field hold equal values: exact, by type, for all but node types.
 bool fieldValuesEqual(const VPFieldList* cell, const VPFieldList* other);
 
-/// The VRML word of a field type or class; checks the range.
-const char* fieldTypeWord(int type);
-const char* fieldClassWord(int theClass);
-
-/// Writes a float as printf's "%g" does, for the float widened to double.
-void writeFloat(FILE* stream, float value);
-
 #endif

@@ -10,7 +10,6 @@
 
 namespace {
 
-// Each token as "class:text", with the value of numbers and booleans.
 std::vector<std::string> scriptTokens(const std::string& input) {
   static JSParser* parser = newParser();
   std::string text = input;
@@ -18,20 +17,7 @@ std::vector<std::string> scriptTokens(const std::string& input) {
   parser->savedChar = text[0];
   parser->lineNumber = 1;
   parser->pushedBack = 0;
-  std::vector<std::string> tokens;
-  for (;;) {
-    parser->nextToken();
-    if (parser->tokType == TokNone) return tokens;
-    std::string token = std::to_string(parser->tokType) + ":" + parser->token;
-    if (parser->tokType == TokInt || parser->tokType == TokBool) {
-      token += "=" + std::to_string(parser->tokValue.intValue);
-    } else if (parser->tokType == TokFloat) {
-      char value[32];
-      snprintf(value, sizeof value, "=%g", parser->tokValue.floatValue);
-      token += value;
-    }
-    tokens.push_back(token);
-  }
+  return tokenTexts(parser);
 }
 
 // Classes: 1 name, 2 float, 3 integer, 4 boolean, 5 string, 6 assign, 7 ?,

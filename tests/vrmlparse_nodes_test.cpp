@@ -43,8 +43,7 @@ TEST(VrmlLibrary, FieldsStandInDeclaredOrderWithTheirClasses) {
   VPFile& file = *newFile();
   std::string fields;
   for (VPFieldList* cell = declaration(&file, "Viewpoint")->fields; cell; cell = cell->next) {
-    fields += std::string(fieldClassWord(cell->field->theClass)) + " " +
-              fieldTypeWord(cell->field->theType) + " " + cell->field->name + ";";
+    fields += printedText([cell](FILE* stream) { cell->field->write(stream); }) + ";";
   }
   EXPECT_EQ(fields,
             "eventIn SFBool set_bind;eventOut SFBool isBound;exposedField SFFloat fieldOfView;"

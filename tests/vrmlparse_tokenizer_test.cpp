@@ -7,25 +7,11 @@
 
 namespace {
 
-// Each token as "class:text", with the value of numbers and booleans.
 std::vector<std::string> tokensOf(const std::string& input) {
   static VPFile* file = newFile();
   std::string text = input;
   file->startText(&text[0]);
-  std::vector<std::string> tokens;
-  for (;;) {
-    file->nextToken();
-    if (file->tokType == VPFile::TokNone) return tokens;
-    std::string token = std::to_string(file->tokType) + ":" + file->token;
-    if (file->tokType == VPFile::TokInt || file->tokType == VPFile::TokBool) {
-      token += "=" + std::to_string(file->tokValue.intValue);
-    } else if (file->tokType == VPFile::TokFloat) {
-      char value[32];
-      snprintf(value, sizeof value, "=%g", file->tokValue.floatValue);
-      token += value;
-    }
-    tokens.push_back(token);
-  }
+  return tokenTexts(file);
 }
 
 // Classes: 1 identifier, 2 float, 3 integer, 4 boolean, 5 string, 6 symbol.
