@@ -1,4 +1,1154 @@
-// Event cascade driver.
+// Event cascade: fuzzy values, the scene objects of scripts, the routing of
+// events, and the driver that simulates the whole world twice.
 #include "vrmlcascade.h"
 
-void VPFile::runCascade() {}
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "main.h"
+
+int fuzzyChangeCount = 0;
+int cascadeEventCount = 0;
+int loopCheckArmed = 1;
+
+namespace {
+
+// Deliveries that may stand nested in one event chain. Under -l an endless
+// cycle is not stopped by the loop message; this bound ends it in order.
+constexpr int kMaxEventDepth = 100000;
+int eventDepth = 0;
+
+constexpr int kEventLimit = 10000;
+constexpr int kActivityMask = FIELD_READ | FIELD_WRITE | FIELD_ROUTED_IN | FIELD_ROUTED_OUT;
+
+int tupleSize(int type) {
+  switch (type) {
+  case VPField::SFVec2f:
+    return 2;
+  case VPField::SFRotation:
+    return 4;
+  default:
+    return 3;
+  }
+}
+
+bool isTupleType(int type) {
+  return type == VPField::SFColor || type == VPField::SFRotation || type == VPField::SFVec2f ||
+         type == VPField::SFVec3f;
+}
+
+// Types whose records follow values one by one; every other type's record
+// falls to unknown at the first merge.
+bool hasValueSets(int type) {
+  switch (type) {
+  case VPField::SFBool:
+  case VPField::SFColor:
+  case VPField::SFFloat:
+  case VPField::SFInt32:
+  case VPField::SFNode:
+  case VPField::SFRotation:
+  case VPField::SFString:
+  case VPField::SFTime:
+  case VPField::SFVec2f:
+  case VPField::SFVec3f:
+  case VPField::MFNode:
+    return true;
+  default:
+    return false;
+  }
+}
+
+// Types whose new records start from the field's value; the others start unknown.
+bool isSeededType(int type) {
+  switch (type) {
+  case VPField::SFBool:
+  case VPField::SFFloat:
+  case VPField::SFInt32:
+  case VPField::SFNode:
+  case VPField::SFTime:
+  case VPField::MFNode:
+    return true;
+  default:
+    return false;
+  }
+}
+
+bool floatsEqual(float a, float b) { return !(a < b) && !(b < a); }
+
+bool cellsEqual(int type, const VPValue* a, const VPValue* b) {
+  switch (type) {
+  case VPField::SFBool:
+  case VPField::SFInt32:
+    return a->intValue == b->intValue;
+  case VPField::SFFloat:
+  case VPField::SFTime:
+    return floatsEqual(a->floatValue, b->floatValue);
+  case VPField::SFColor:
+  case VPField::SFRotation:
+  case VPField::SFVec2f:
+  case VPField::SFVec3f:
+    for (int i = 0; i < tupleSize(type); i++) {
+      if (!floatsEqual(a->floats[i], b->floats[i])) return false;
+    }
+    return true;
+  case VPField::SFString:
+    return strcmp(a->string, b->string) == 0;
+  case VPField::SFNode:
+  case VPField::MFNode:
+    return a->node == b->node;
+  default:
+    CHECK(0);
+    return false;
+  }
+}
+
+VPValue* findEqualCell(VPValue* list, int type, const VPValue* cell) {
+  for (VPValue* iter = list; iter != nullptr; iter = iter->next) {
+    if (cellsEqual(type, iter, cell)) return iter;
+  }
+  return nullptr;
+}
+
+// Deletes record cells and their float arrays; strings stay with the run.
+void releaseCells(VPValue* cells, int type) {
+  while (cells != nullptr) {
+    VPValue* next = cells->next;
+    if (isTupleType(type)) delete[] cells->floats;
+    delete cells;
+    cells = next;
+  }
+}
+
+VPValue* pushCell(VPValue** list) {
+  VPValue* cell = new VPValue{};
+  cell->next = *list;
+  *list = cell;
+  return cell;
+}
+
+VPNode* mappedNode(VPNode* node, int mapShadows) {
+  if (mapShadows && (node->nodeType == VPNode::OTHER || node->nodeType == VPNode::SCRIPT) &&
+      node->other.shadowedNode != nullptr) {
+    return node->other.shadowedNode;
+  }
+  return node;
+}
+
+bool isEventClass(const VPField* field) {
+  return field->theClass == VPField::EVENT_IN || field->theClass == VPField::EVENT_OUT;
+}
+
+// The number of a script, truncated toward zero into the range of SFInt32.
+int32_t truncateToInt32(float number) {
+  if (std::isnan(number)) return 0;
+  if (number >= 2147483647.0f) return INT32_MAX;
+  if (number <= -2147483648.0f) return INT32_MIN;
+  return int32_t(number);
+}
+
+}  // namespace
+
+/* ---------------------------------------------------------------------------
+ * Fuzzy values
+ * ------------------------------------------------------------------------ */
+
+void VPValue::setZero(int type) {
+  switch (type) {
+  case VPField::SFBool:
+  case VPField::SFInt32:
+    intValue = 0;
+    return;
+  case VPField::SFFloat:
+  case VPField::SFTime:
+    floatValue = 0;
+    return;
+  case VPField::SFNode:
+    node = nullptr;
+    return;
+  case VPField::SFColor:
+  case VPField::SFRotation:
+  case VPField::SFVec2f:
+  case VPField::SFVec3f:
+    floats = new float[tupleSize(type)]();
+    return;
+  default:
+    CHECK(0);
+  }
+}
+
+void VPValue::copyValue(const VPValue* source, int type) {
+  switch (type) {
+  case VPField::SFBool:
+  case VPField::SFInt32:
+    intValue = source->intValue;
+    return;
+  case VPField::SFFloat:
+  case VPField::SFTime:
+    floatValue = source->floatValue;
+    return;
+  case VPField::SFNode:
+  case VPField::MFNode:
+    node = source->node;
+    return;
+  case VPField::SFColor:
+  case VPField::SFRotation:
+  case VPField::SFVec2f:
+  case VPField::SFVec3f:
+    floats = new float[tupleSize(type)];
+    memcpy(floats, source->floats, sizeof(float) * tupleSize(type));
+    return;
+  case VPField::SFString:
+    string = copyString(source->string);
+    return;
+  default:
+    CHECK(0);
+  }
+}
+
+VPFuzzyValue::~VPFuzzyValue() {
+  VPFuzzyValue* chain = next;
+  while (chain != nullptr) {
+    VPFuzzyValue* following = chain->next;
+    chain->next = nullptr;
+    delete chain;
+    chain = following;
+  }
+}
+
+void VPFuzzyValue::freeValues() {
+  int type = field->theType;
+  switch (type) {
+  case VPField::SFBool:
+  case VPField::SFFloat:
+  case VPField::SFInt32:
+  case VPField::SFNode:
+  case VPField::SFTime:
+  case VPField::MFNode:
+  case VPField::SFColor:
+  case VPField::SFRotation:
+  case VPField::SFVec2f:
+  case VPField::SFVec3f:
+    break;
+  default:
+    if (values != nullptr) CHECK(0);
+  }
+  releaseCells(values, type);
+  values = nullptr;
+}
+
+void VPFuzzyValue::becomeUnknown() {
+  valueKnown = 0;
+  freeValues();
+}
+
+void VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
+  if (!valueKnown) return;
+  if (!other->valueKnown) {
+    becomeUnknown();
+    return;
+  }
+  int type = field->theType;
+  if (!hasValueSets(type)) {
+    CHECK(values == NULL);
+    valueKnown = 0;
+    return;
+  }
+  for (const VPValue* iter = other->values; iter != nullptr; iter = iter->next) {
+    VPValue mapped = *iter;
+    if (field->holdsNodes()) {
+      if (iter->node == nullptr) continue;
+      mapped.node = mappedNode(iter->node, mapShadows);
+    }
+    if (findEqualCell(values, type, &mapped) != nullptr) continue;
+    if (type == VPField::SFBool && values != nullptr) {
+      CHECK(iter->intValue != values->intValue);
+      becomeUnknown();
+      return;
+    }
+    pushCell(&values)->copyValue(&mapped, type);
+  }
+}
+
+VPFuzzyValue* VPFuzzyValue::clone() const {
+  VPFuzzyValue* copy = new VPFuzzyValue(field);
+  copy->valueKnown = valueKnown;
+  VPValue** last = &copy->values;
+  for (const VPValue* cell = values; cell != nullptr; cell = cell->next) {
+    *last = new VPValue{};
+    (*last)->copyValue(cell, field->theType);
+    last = &(*last)->next;
+  }
+  return copy;
+}
+
+bool VPFuzzyValue::sameUnknown(const VPFuzzyValue* other) const {
+  CHECK(other->field->theType == field->theType);
+  return !valueKnown && !other->valueKnown;
+}
+
+VPFuzzyValue* VPNode::findFuzzy(const VPField* field) {
+  for (VPFuzzyValue* record = other.values; record != nullptr; record = record->next) {
+    if (record->field == field) return record;
+  }
+  return nullptr;
+}
+
+namespace {
+
+// A new record starts from where the field began: the zero of an event, the
+// effective value of a field.
+void seedRecord(VPNode* node, VPFuzzyValue* fuzzy) {
+  VPField* field = fuzzy->field;
+  int type = field->theType;
+  if (!isSeededType(type)) {
+    fuzzy->valueKnown = 0;
+    return;
+  }
+  if (isEventClass(field)) {
+    if (type != VPField::MFNode) pushCell(&fuzzy->values)->setZero(type);
+    return;
+  }
+  VPFieldList* fieldList = node->findEffectiveField(field);
+  if (type == VPField::MFNode) {
+    for (VPNodeList* cell = fieldList->value; cell != nullptr; cell = cell->next) {
+      if (cell->node != nullptr) pushCell(&fuzzy->values)->node = cell->node;
+    }
+    return;
+  }
+  CHECK(fieldList->value != NULL);
+  CHECK(fieldList->value->next == NULL);
+  pushCell(&fuzzy->values)->copyValue(fieldList->value, type);
+}
+
+}  // namespace
+
+void VPNode::storeEvent(VPFuzzyValue* eventData) {
+  CHECK(nodeType == OTHER || nodeType == SCRIPT);
+  VPField* field = eventData->field;
+  if (isProtoInstance()) {
+    bool linked = false;
+    for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {
+      if (link->protoField != field) continue;
+      linked = true;
+      eventData->field = link->nodeField;
+      link->node->storeEvent(eventData);
+      eventData->field = field;
+    }
+    if (linked) return;
+  }
+  VPFuzzyValue* fuzzy = findFuzzy(field);
+  if (fuzzy == nullptr) {
+    CHECK(findField (field) || other.baseProto->findField (field));
+    cascadeEventCount = 0;
+    fuzzyChangeCount++;
+    fuzzy = new VPFuzzyValue(field);
+    fuzzy->next = other.values;
+    other.values = fuzzy;
+    seedRecord(this, fuzzy);
+  }
+  if (field->holdsNodes()) CHECK(eventData->valueKnown && fuzzy->valueKnown);
+  fuzzy->merge(eventData, 0);
+}
+
+void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows) {
+  CHECK(nodeType == OTHER || nodeType == SCRIPT);
+  if (isProtoInstance()) {
+    bool linked = false;
+    for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {
+      if (link->protoField != field) continue;
+      linked = true;
+      link->node->getFuzzyValue(result, link->nodeField, mapShadows);
+    }
+    if (linked) return;
+  }
+  if (VPFuzzyValue* record = findFuzzy(field)) {
+    result->merge(record, mapShadows);
+    return;
+  }
+  VPFuzzyValue current(field);
+  if (field->hasValue()) {
+    current.values = findEffectiveField(field)->value;  // shared for this merge only
+    result->merge(&current, mapShadows);
+    current.values = nullptr;
+    return;
+  }
+  if (!field->isMFField()) pushCell(&current.values)->setZero(field->theType);
+  result->merge(&current, mapShadows);
+  current.freeValues();
+}
+
+/* ---------------------------------------------------------------------------
+ * The scene as scripts see it
+ * ------------------------------------------------------------------------ */
+
+void* VPJSObject::vptr = nullptr;
+
+VPJSContext::VPJSContext(VPNode* node, JSParser* program, int mapShadowNodes)
+    : scriptNode(node), parser(program), mapShadows(mapShadowNodes) {
+  CHECK(scriptNode->nodeType == VPNode::SCRIPT);
+}
+
+VPJSContext::~VPJSContext() {
+  while (objects != nullptr) {
+    VPJSObjectList* cell = objects;
+    objects = cell->next;
+    delete cell->object;
+    delete cell;
+  }
+  CHECK(eventQueue == NULL);
+}
+
+namespace {
+
+JSAtom* singleCellAtom(JSParser* parser, int type, JSAtomValue value) {
+  JSAtom* atom = parser->newAtom(type);
+  atom->values = new JSAtomValue(value);
+  atom->values->next = nullptr;
+  return atom;
+}
+
+JSAtom* objectAtom(JSParser* parser, JSObject* object) {
+  JSAtomValue value = {};
+  value.object = object;
+  return singleCellAtom(parser, JSAtom::OBJECT, value);
+}
+
+void appendAtomValue(JSAtomValue*** last, JSAtomValue value) {
+  **last = new JSAtomValue(value);
+  (**last)->next = nullptr;
+  *last = &(**last)->next;
+}
+
+// One cell per node, at the head, skipping NULL nodes.
+VPNodeList* copyNodeCells(const VPNodeList* list) {
+  VPNodeList* copy = nullptr;
+  for (const VPNodeList* cell = list; cell != nullptr; cell = cell->next) {
+    if (cell->node != nullptr) pushCell(&copy)->node = cell->node;
+  }
+  return copy;
+}
+
+bool listHoldsNode(const VPNodeList* list, const VPNode* node) {
+  for (const VPNodeList* cell = list; cell != nullptr; cell = cell->next) {
+    if (cell->node == node) return true;
+  }
+  return false;
+}
+
+int countNodes(const VPNodeList* list) {
+  int count = 0;
+  for (; list != nullptr; list = list->next) count++;
+  return count;
+}
+
+}  // namespace
+
+JSAtom* VPJSContext::lookupName(const char* name) {
+  JSAtomValue truth = {};
+  if (strcmp(name, "TRUE") == 0) {
+    truth.truth = 1;
+    return singleCellAtom(parser, JSAtom::BOOLEAN, truth);
+  }
+  if (strcmp(name, "FALSE") == 0) return singleCellAtom(parser, JSAtom::BOOLEAN, truth);
+  return lookupField(scriptNode, name);
+}
+
+JSAtom* VPJSContext::callFunction(const char*, JSAtomList*) {
+  return parser->newAtom(JSAtom::UNKNOWN);
+}
+
+VPJSObject* VPJSContext::newObject() {
+  VPJSObject* object = new VPJSObject(this);
+  objects = new VPJSObjectList{objects, object};
+  return object;
+}
+
+JSAtom* VPJSContext::lookupField(VPNode* node, const char* name) {
+  VPField* field = node->fieldByName(name);
+  if (field == nullptr) return nullptr;
+  VPJSObject* object = newObject();
+  pushCell(&object->nodes)->node = node;
+  object->fieldName = strdup(name);
+  object->isArray = field->isMFField();
+  return objectAtom(parser, object);
+}
+
+JSAtom* VPJSContext::makeAtom(VPFuzzyValue* fuzzy, int isArray) {
+  VPField* field = fuzzy->field;
+  switch (field->theType) {
+  case VPField::SFBool:
+  case VPField::SFFloat:
+  case VPField::SFInt32:
+  case VPField::SFTime: {
+    bool isBool = field->theType == VPField::SFBool;
+    JSAtom* atom = parser->newAtom(isBool ? JSAtom::BOOLEAN : JSAtom::FLOAT);
+    if (!fuzzy->valueKnown) {
+      atom->valueKnown = 0;
+      return atom;
+    }
+    JSAtomValue value = {};
+    if (fuzzy->values == nullptr) {
+      CHECK(field->theClass == VPField::EVENT_OUT || field->theClass == VPField::EVENT_IN);
+      atom->values = new JSAtomValue(value);
+      return atom;
+    }
+    JSAtomValue** last = &atom->values;
+    if (isBool) {
+      VPValue* fieldValue = fuzzy->values;
+      CHECK(fieldValue->next == NULL);
+      value.truth = fieldValue->intValue;
+      appendAtomValue(&last, value);
+      return atom;
+    }
+    for (VPValue* cell = fuzzy->values; cell != nullptr; cell = cell->next) {
+      value.number = field->theType == VPField::SFInt32 ? float(cell->intValue) : cell->floatValue;
+      appendAtomValue(&last, value);
+    }
+    return atom;
+  }
+  case VPField::SFNode:
+  case VPField::MFNode: {
+    int valueKnown = fuzzy->valueKnown;
+    CHECK(valueKnown);
+    VPJSObject* object = newObject();
+    object->nodes = copyNodeCells(fuzzy->values);
+    if (isArray) {
+      CHECK(field->theType == VPField::MFNode);
+      object->isArray = 1;
+    }
+    return objectAtom(parser, object);
+  }
+  case VPField::SFString:
+    CHECK(0);
+    return nullptr;
+  default:
+    return parser->newAtom(JSAtom::UNKNOWN);
+  }
+}
+
+void VPJSContext::queueEvent(VPNode* node, VPFuzzyValue* eventData) {
+  node->storeEvent(eventData);
+  if (eventData->field->theClass == VPField::FIELD) {
+    eventData->freeValues();
+    delete eventData;
+    return;
+  }
+  eventQueue = new VPQueuedEvent{eventQueue, node, eventData};
+}
+
+void VPJSContext::flushEvents() {
+  while (eventQueue != nullptr) {
+    VPQueuedEvent* e = eventQueue;
+    eventQueue = e->next;
+    VPField* field = e->eventData->field;
+    VPNode* node = e->node;
+    bool arrives = field->theClass == VPField::EVENT_IN;
+    pushContext(arrives ? "Event sent to %s::%s.%s" : "Event sent from %s::%s.%s",
+                node->other.baseProto->name, nameOrNull(node->name), field->name);
+    if (arrives) {
+      node->receiveEvent(e->eventData);
+    } else {
+      node->sendEvent(e->eventData);
+    }
+    popContext();
+    e->eventData->freeValues();
+    delete e->eventData;
+    delete e;
+  }
+}
+
+VPJSObject::VPJSObject(VPJSContext* owner) : context(owner) {
+  if (vptr == nullptr) vptr = *(void**)this;
+}
+
+VPJSObject::~VPJSObject() {
+  releaseCells(nodes, VPField::MFNode);
+  free(fieldName);
+}
+
+void VPJSObject::markField(int flags) {
+  CHECK(fieldName != NULL);
+  for (VPNodeList* cell = nodes; cell != nullptr; cell = cell->next) {
+    VPNode* node = cell->node;
+    CHECK(node->nodeType == VPNode::OTHER || node->nodeType == VPNode::SCRIPT);
+    VPFieldList* fieldList = node->findFieldByName(fieldName);
+    CHECK(fieldList != NULL);
+    fieldList->flags |= flags;
+  }
+}
+
+VPFuzzyValue* VPJSObject::currentFuzzy() {
+  VPFuzzyValue* currentFuzzy = nullptr;
+  for (VPNodeList* cell = nodes; cell != nullptr; cell = cell->next) {
+    VPFieldList* fieldList = cell->node->findFieldByName(fieldName);
+    CHECK(fieldList != NULL);
+    VPField* field = fieldList->field;
+    if (currentFuzzy == nullptr) {
+      currentFuzzy = new VPFuzzyValue(field);
+    } else {
+      CHECK(currentFuzzy->field->theType == field->theType);
+    }
+    if (field->theClass == VPField::EVENT_IN) {
+      reportAlert("Trying to read the value from eventIn %s", field->name);
+    }
+    cell->node->getFuzzyValue(currentFuzzy, field, context->mapShadows);
+  }
+  return currentFuzzy;
+}
+
+VPJSObject* VPJSObject::fieldNodes() {
+  VPJSObject* object = context->newObject();
+  VPFuzzyValue* values = currentFuzzy();
+  CHECK(values->field->theType == VPField::SFNode || values->field->theType == VPField::MFNode);
+  CHECK(values->valueKnown);
+  object->nodes = values->values;
+  values->values = nullptr;
+  delete values;
+  return object;
+}
+
+JSAtom* VPJSObject::getValue() {
+  CHECK(fieldName != NULL);
+  markField(FIELD_READ);
+  VPFuzzyValue* currentFuzzy = this->currentFuzzy();
+  CHECK(currentFuzzy->next == NULL);
+  JSAtom* atom = context->makeAtom(currentFuzzy, isArray);
+  currentFuzzy->freeValues();
+  delete currentFuzzy;
+  return atom;
+}
+
+namespace {
+
+VPJSObject* sceneObject(JSObject* myObject) {
+  CHECK(*(void **) myObject == VPJSObject::vptr);
+  return static_cast<VPJSObject*>(myObject);
+}
+
+// The event that a known script value makes for one field.
+void fillEvent(VPFuzzyValue* e, JSAtom* val, int targetIsArray) {
+  VPField* field = e->field;
+  VPValue** last = &e->values;
+  auto append = [&last]() {
+    *last = new VPValue{};
+    VPValue* cell = *last;
+    last = &cell->next;
+    return cell;
+  };
+  switch (field->theType) {
+  case VPField::SFBool:
+    CHECK(val->type == JSAtom::BOOLEAN);
+    CHECK(val->values != NULL);
+    CHECK(val->values->next == NULL);
+    append()->intValue = val->values->truth;
+    return;
+  case VPField::SFFloat:
+  case VPField::SFInt32:
+  case VPField::SFTime:
+    CHECK(val->type == JSAtom::FLOAT);
+    for (JSAtomValue* number = val->values; number != nullptr; number = number->next) {
+      if (field->theType == VPField::SFInt32) {
+        append()->intValue = truncateToInt32(number->number);
+      } else {
+        append()->floatValue = number->number;
+      }
+    }
+    return;
+  case VPField::SFNode:
+  case VPField::MFNode: {
+    CHECK(val->type == JSAtom::OBJECT);
+    CHECK(val->values != NULL);
+    CHECK(val->values->next == NULL);
+    VPJSObject* myObject = sceneObject(val->values->object);
+    if (targetIsArray) {
+      CHECK(field->theType == VPField::MFNode);
+      CHECK(myObject->isArray);
+    } else {
+      CHECK(!myObject->isArray);
+    }
+    for (VPNodeList* cell = myObject->nodes; cell != nullptr; cell = cell->next) {
+      append()->node = cell->node;
+    }
+    return;
+  }
+  default:
+    CHECK(0);
+  }
+}
+
+}  // namespace
+
+int VPJSObject::assign(JSAtom* val) {
+  int changeCountBefore = fuzzyChangeCount;
+  CHECK(fieldName != NULL);
+  markField(FIELD_WRITE);
+  for (VPNodeList* cell = nodes; cell != nullptr; cell = cell->next) {
+    VPFuzzyValue* e = new VPFuzzyValue(cell->node->fieldByName(fieldName));
+    if (val->type == JSAtom::UNKNOWN || !val->valueKnown) {
+      e->valueKnown = 0;
+    } else {
+      fillEvent(e, val, isArray);
+    }
+    context->queueEvent(cell->node, e);
+  }
+  return fuzzyChangeCount != changeCountBefore;
+}
+
+// The nodes in which a member of this object is looked up.
+VPJSObject* VPJSObject::memberOfNodes() {
+  if (fieldName != nullptr) {
+    markField(FIELD_READ);
+    return fieldNodes();
+  }
+  VPJSObject* result = context->newObject();
+  for (VPNodeList* cell = nodes; cell != nullptr; cell = cell->next) {
+    VPNode* node = mappedNode(cell->node, context->mapShadows);
+    if (!listHoldsNode(result->nodes, node)) pushCell(&result->nodes)->node = node;
+  }
+  return result;
+}
+
+namespace {
+
+// The field of that name on the first node of the list that has one.
+VPField* firstFieldNamed(const VPNodeList* nodes, const char* name) {
+  for (; nodes != nullptr; nodes = nodes->next) {
+    if (VPField* field = nodes->node->fieldByName(name)) return field;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+JSAtom* VPJSObject::getMember(const char* memberName) {
+  if (isArray) {
+    CHECK(strcmp (memberName, "length") == 0);
+    if (fieldName != nullptr) markField(FIELD_READ | FIELD_WRITE);
+    return context->parser->newAtom(JSAtom::UNKNOWN);
+  }
+  if (fieldName != nullptr) {
+    VPField* field = firstFieldNamed(nodes, fieldName);
+    if (field == nullptr) return nullptr;
+    if (!field->holdsNodes()) {
+      markField(FIELD_READ | FIELD_WRITE);
+      return context->parser->newAtom(JSAtom::UNKNOWN);
+    }
+  }
+  VPJSObject* result = memberOfNodes();
+  result->fieldName = strdup(memberName);
+  bool found = false;
+  for (VPNodeList* cell = result->nodes; cell != nullptr; cell = cell->next) {
+    VPNode* node = cell->node;
+    VPField* field2 = node->fieldByName(memberName);
+    if (field2 == nullptr) {
+      if (!context->mapShadows) {
+        reportError("Node %s::%s does not have a field named %s", node->other.baseProto->name,
+                    nameOrNull(node->name), memberName);
+      }
+    } else if (!found) {
+      found = true;
+      result->isArray = field2->isMFField();
+    } else if (result->isArray) {
+      CHECK(field2->isMFField ());
+    } else {
+      CHECK(!field2->isMFField ());
+    }
+  }
+  return found ? objectAtom(context->parser, result) : nullptr;
+}
+
+JSAtom* VPJSObject::getElement(JSAtom*) {
+  CHECK(fieldName != NULL);
+  VPField* field = nodes->node->fieldByName(fieldName);
+  CHECK(field != NULL);
+  switch (field->theType) {
+  case VPField::SFColor:
+  case VPField::SFRotation:
+  case VPField::SFVec2f:
+  case VPField::SFVec3f:
+  case VPField::MFColor:
+  case VPField::MFFloat:
+  case VPField::MFInt32:
+  case VPField::MFRotation:
+  case VPField::MFString:
+  case VPField::MFVec2f:
+  case VPField::MFVec3f:
+    markField(FIELD_READ | FIELD_WRITE);
+    return context->parser->newAtom(JSAtom::UNKNOWN);
+  case VPField::MFNode: {
+    CHECK(isArray);
+    VPJSObject* element = context->newObject();
+    element->fieldName = strdup(fieldName);
+    element->nodes = copyNodeCells(nodes);
+    return objectAtom(context->parser, element);
+  }
+  default:
+    CHECK(0);
+    return nullptr;
+  }
+}
+
+namespace {
+
+// Whether a field over all nodes of the set can only hold one value.
+bool holdsOneValue(VPJSObject* object) {
+  VPFuzzyValue* fuzzyValue = object->currentFuzzy();
+  bool single = false;
+  if (fuzzyValue->valueKnown) {
+    CHECK(fuzzyValue->values != NULL);
+    single = fuzzyValue->values->next == nullptr;
+  }
+  releaseCells(fuzzyValue->values, fuzzyValue->field->theType);
+  fuzzyValue->values = nullptr;
+  delete fuzzyValue;
+  return single;
+}
+
+}  // namespace
+
+int VPJSObject::isNeeded() {
+  CHECK(fieldName != NULL);
+  int flags = 0;
+  bool allSingleValued = true;
+  for (VPNodeList* cell = nodes; cell != nullptr; cell = cell->next) {
+    VPFieldList* fieldList = cell->node->findFieldByName(fieldName);
+    CHECK(fieldList != NULL);
+    if (fieldList->field->theClass == VPField::EVENT_IN) return 1;
+    flags |= fieldList->flags;
+    if (fieldList->field->isMFField()) allSingleValued = false;
+  }
+  if (flags & FIELD_ROUTED_OUT) return 1;
+  if (allSingleValued && holdsOneValue(this)) return 0;
+  if (flags & FIELD_READ) return 1;
+  for (VPNodeList* cell = nodes; cell != nullptr; cell = cell->next) {
+    VPFieldList* fieldList = cell->node->findFieldByName(fieldName);
+    CHECK(fieldList != NULL);
+    if (cell->node->nodeType != VPNode::SCRIPT && fieldList->field->theClass != VPField::EVENT_OUT) {
+      return 1;
+    }
+    if (VPRedirect* redirect = fieldList->redirect) {
+      int protoFlags = redirect->proto->findField(redirect->field)->flags;
+      if (protoFlags & FIELD_READ) return 1;
+      CHECK((protoFlags & FIELD_ROUTED_OUT) == 0);
+    }
+  }
+  return 0;
+}
+
+int VPJSObject::isSameObject(JSObject* other) {
+  CHECK(*(void **) other == VPJSObject::vptr);
+  VPJSObject* that = static_cast<VPJSObject*>(other);
+  if (isArray != that->isArray || fieldName != that->fieldName) return 0;
+  if (countNodes(nodes) != countNodes(that->nodes)) return 0;
+  for (VPNodeList* cell = nodes; cell != nullptr; cell = cell->next) {
+    if (!listHoldsNode(that->nodes, cell->node)) return 0;
+  }
+  return 1;
+}
+
+/* ---------------------------------------------------------------------------
+ * Events
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+// The cell that carries the routing flags of a field: the node's own, else its declaration's.
+VPFieldList* routingCell(VPNode* node, VPField* field) {
+  VPFieldList* fieldList = node->findField(field);
+  if (fieldList == nullptr) fieldList = node->other.baseProto->findField(field);
+  CHECK(fieldList != NULL);
+  return fieldList;
+}
+
+void releaseEventRecord(VPEventRecord* record) {
+  free(record->name);
+  record->value->freeValues();
+  delete record->value;
+  delete record;
+}
+
+}  // namespace
+
+void VPNode::sendEvent(VPFuzzyValue* eventData) {
+  CHECK(nodeType == OTHER || nodeType == SCRIPT);
+  VPField* field = eventData->field;
+  for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
+    VPRoute* route = cell->route;
+    if (route->sourceField != field) continue;
+    CHECK(route->sourceNode == this);
+    routingCell(this, field)->flags |= FIELD_ROUTED_OUT;
+    VPNode* dest = route->destNode;
+    pushContext("Event sent to %s::%s.%s", dest->other.baseProto->name, nameOrNull(dest->name),
+                route->destField->name);
+    eventData->field = route->destField;
+    dest->receiveEvent(eventData);
+    eventData->field = field;
+    popContext();
+  }
+}
+
+// Drops the records made before the latest new fuzzy value on the way.
+bool VPNode::eventAlreadySimulated(const VPFuzzyValue* eventData) {
+  VPEventRecord** link = &other.script.eventRecords;
+  while (VPEventRecord* record = *link) {
+    if (record->changeCount != fuzzyChangeCount) {
+      *link = record->next;
+      releaseEventRecord(record);
+      continue;
+    }
+    if (strcmp(record->name, eventData->field->name) == 0 && eventData->sameUnknown(record->value)) {
+      return true;
+    }
+    link = &record->next;
+  }
+  return false;
+}
+
+// Runs the script function of the eventIn, then delivers what it sent.
+void VPNode::runScriptFunction(VPFuzzyValue* eventData) {
+  VPField* field = eventData->field;
+  VPEventRecord** last = &other.script.eventRecords;
+  while (*last != nullptr) last = &(*last)->next;
+  *last = new VPEventRecord{nullptr, strdup(field->name), fuzzyChangeCount, eventData->clone()};
+  JSParser* program = other.script.program;
+  VPJSContext context(this, program, 0);
+  JSAtom* timestamp = program->newAtom(JSAtom::FLOAT);
+  timestamp->valueKnown = 0;
+  JSAtomList second = {nullptr, timestamp};
+  JSAtomList args = {&second, context.makeAtom(eventData, field->isMFField())};
+  program->simulateCall(field->name, &context, &args);
+  context.flushEvents();
+}
+
+void VPNode::receiveEvent(VPFuzzyValue* eventData) {
+  CHECK(nodeType == OTHER || nodeType == SCRIPT);
+  VPField* field = eventData->field;
+  routingCell(this, field)->flags |= FIELD_ROUTED_IN;
+  CHECK(eventDepth < kMaxEventDepth);
+  eventDepth++;
+  if (isProtoInstance()) {
+    for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {
+      if (link->protoField != field) continue;
+      VPNode* node = link->node;
+      eventData->field = link->nodeField;
+      pushContext("Event routing to %s::%s.%s", node->other.baseProto->name,
+                  nameOrNull(node->name), link->nodeField->name);
+      node->receiveEvent(eventData);
+      popContext();
+      eventData->field = field;
+    }
+  } else {
+    if (++cascadeEventCount >= kEventLimit && loopCheckArmed) {
+      loopCheckArmed = 0;
+      reportError("Infinite or near infinite loop detected!");
+    }
+    if (field->theClass == VPField::EXPOSED_FIELD) {
+      storeEvent(eventData);
+      sendEvent(eventData);
+    } else {
+      CHECK(field->theClass == VPField::EVENT_IN);
+      if (nodeType == SCRIPT && !eventAlreadySimulated(eventData)) runScriptFunction(eventData);
+    }
+  }
+  eventDepth--;
+}
+
+/* ---------------------------------------------------------------------------
+ * The driver
+ * ------------------------------------------------------------------------ */
+
+void VPFile::runCascade() {
+  auto overTopLevel = [this](void (VPNode::*pass)()) {
+    forEachNode(topLevel, [pass](VPNode* node) { (node->*pass)(); });
+    clearVisited();
+  };
+  auto overProtos = [this](int mergeValues) {
+    forEachNode(allProtos, [mergeValues](VPNode* proto) { proto->mergeShadows(mergeValues); });
+    clearVisited();
+  };
+  overTopLevel(&VPNode::initializeNode);
+  int changeCountBefore;
+  do {
+    changeCountBefore = fuzzyChangeCount;
+    cascadeEventCount = 0;
+    overTopLevel(&VPNode::simulateNodeEvents);
+  } while (fuzzyChangeCount != changeCountBefore);
+  overProtos(1);
+  overTopLevel(&VPNode::pruneScripts);
+  overTopLevel(&VPNode::clearSimulation);
+  overTopLevel(&VPNode::initializeNode);
+  overTopLevel(&VPNode::simulateNodeEvents);
+  overProtos(0);
+  overTopLevel(&VPNode::nukeDeadScriptFields);
+}
+
+void VPNode::initializeNode() {
+  if (visited) return;
+  visited = 1;
+  if (nodeType != SCRIPT && nodeType != OTHER) return;
+  pushContext("Initializing %s::%s", other.baseProto->name, nameOrNull(name));
+  auto initialize = [](VPNode* node) { node->initializeNode(); };
+  forEachNodeIn(fields, initialize);
+  if (nodeType == OTHER) {
+    forEachNode(other.generic.implementation, initialize);
+  } else {
+    forEachNodeIn(other.script.fields, initialize);
+    VPJSContext context(this, other.script.program, 0);
+    other.script.program->simulateCall("initialize", &context, nullptr);
+    context.flushEvents();
+  }
+  popContext();
+}
+
+// A standard node, or an instance of an EXTERNPROTO, may fire each routed
+// eventOut at any time with any value.
+void VPNode::simulateRouteSources() {
+  for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
+    VPRoute* route = cell->route;
+    CHECK(route->sourceNode == this);
+    if (route->sourceField->theClass != VPField::EVENT_OUT) continue;
+    VPFuzzyValue event(route->sourceField);
+    event.valueKnown = 0;
+    pushContext("Simulating the %s event", route->sourceField->name);
+    sendEvent(&event);
+    popContext();
+  }
+}
+
+void VPNode::simulateNodeEvents() {
+  if (visited) return;
+  visited = 1;
+  if (nodeType != SCRIPT && nodeType != OTHER) return;
+  pushContext("Simulating events from %s::%s", other.baseProto->name, nameOrNull(name));
+  auto simulate = [](VPNode* node) { node->simulateNodeEvents(); };
+  forEachNodeIn(fields, simulate);
+  if (nodeType == SCRIPT) {
+    forEachNodeIn(other.script.fields, simulate);
+  } else {
+    forEachNode(other.generic.implementation, simulate);
+    if (other.baseProto->nodeType == EXTERNPROTO) simulateRouteSources();
+  }
+  popContext();
+}
+
+// The flags of each cell of one shadow, and with mergeValues its values, go
+// into the cells of this body node; the cursor walks other.values in step.
+void VPNode::mergeShadow(VPShadow* shadowIter, VPFuzzyValue*** cursor, int mergeValues) {
+  VPNode* shadow = shadowIter->shadow;
+  auto mergeCells = [&](VPFieldList* cells, VPFieldList* shadowField) {
+    for (VPFieldList* cell = cells; cell != nullptr; cell = cell->next) {
+      VPField* field = cell->field;
+      CHECK(shadowField != NULL);
+      CHECK(field == shadowField->field);
+      cell->flags |= shadowField->flags;
+      shadowField = shadowField->next;
+      if (!mergeValues || (field->isMFField() && field->theType != VPField::MFNode)) continue;
+      VPFuzzyValue** values = *cursor;
+      if (*values == nullptr) {
+        CHECK(shadowIter == other.shadowNodes);
+        *values = new VPFuzzyValue(field);
+      } else {
+        CHECK((*values)->field == field);
+      }
+      shadow->getFuzzyValue(*values, field, 0);
+      *cursor = &(*values)->next;
+    }
+  };
+  mergeCells(fields, shadow->fields);
+  if (nodeType == SCRIPT) mergeCells(other.script.fields, shadow->other.script.fields);
+}
+
+void VPNode::mergeShadows(int mergeValues) {
+  if (visited) return;
+  visited = 1;
+  auto merge = [mergeValues](VPNode* node) { node->mergeShadows(mergeValues); };
+  if (nodeType == PROTO) {
+    forEachNode(body, merge);
+    for (VPIsLink* link = isLinks; link != nullptr; link = link->next) {
+      int linkClass = link->nodeField->theClass;
+      if (linkClass != VPField::EVENT_OUT && linkClass != VPField::EXPOSED_FIELD) continue;
+      VPFieldList* nodeFieldList = link->node->findField(link->nodeField);
+      CHECK(nodeFieldList != NULL);
+      if (!(nodeFieldList->flags & FIELD_ROUTED_OUT)) continue;
+      VPFieldList* protoField = findField(link->protoField);
+      CHECK(protoField != NULL);
+      if (protoField->flags & FIELD_ROUTE_SOURCE) protoField->flags |= FIELD_ROUTED_OUT;
+    }
+    return;
+  }
+  if (nodeType != SCRIPT && nodeType != OTHER) return;
+  if (mergeValues) CHECK(other.values == NULL);
+  for (VPShadow* shadowIter = other.shadowNodes; shadowIter != nullptr; shadowIter = shadowIter->next) {
+    VPNode* shadow = shadowIter->shadow;
+    CHECK(shadow->nodeType == nodeType);
+    VPFuzzyValue** cursor = &other.values;
+    mergeShadow(shadowIter, &cursor, mergeValues);
+  }
+  forEachNodeIn(fields, merge);
+  if (nodeType == SCRIPT) forEachNodeIn(other.script.fields, merge);
+}
+
+void VPNode::pruneScripts() {
+  if (visited) return;
+  visited = 1;
+  auto prune = [](VPNode* node) { node->pruneScripts(); };
+  forEachNodeIn(fields, prune);
+  if (nodeType == PROTO) forEachNode(body, prune);
+  if (nodeType != SCRIPT) return;
+  bool found = findUrlCell() != nullptr;
+  CHECK(found);
+  {
+    VPJSContext context(this, other.script.program, 1);
+    other.script.program->pruneScript(&context);
+  }
+  forEachNodeIn(other.script.fields, prune);
+}
+
+void VPNode::clearSimulation() {
+  if (visited) return;
+  visited = 1;
+  for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) cell->flags &= ~kActivityMask;
+  auto clear = [](VPNode* node) { node->clearSimulation(); };
+  forEachNodeIn(fields, clear);
+  switch (nodeType) {
+  case PROTO:
+    forEachNode(body, clear);
+    return;
+  case OTHER:
+    forEachNode(other.generic.implementation, clear);
+    return;
+  case SCRIPT:
+    for (VPFieldList* cell = other.script.fields; cell != nullptr; cell = cell->next) {
+      cell->flags &= ~kActivityMask;
+    }
+    while (VPEventRecord* record = other.script.eventRecords) {
+      other.script.eventRecords = record->next;
+      releaseEventRecord(record);
+    }
+    forEachNodeIn(other.script.fields, clear);
+    return;
+  default:
+    return;
+  }
+}
+
+void VPNode::nukeDeadScriptFields() {
+  if (visited) return;
+  visited = 1;
+  auto nuke = [](VPNode* node) { node->nukeDeadScriptFields(); };
+  forEachNodeIn(fields, nuke);
+  if (nodeType == PROTO) forEachNode(body, nuke);
+  if (nodeType != SCRIPT) return;
+  VPFieldList* cell = other.script.fields;
+  while (cell != nullptr) {
+    VPFieldList* next = cell->next;
+    if ((cell->flags & kActivityMask) == 0) {
+      if (cell->redirect != nullptr) removeIsLink(cell);
+      int fieldNuked = removeField(cell->field, nullptr);
+      CHECK(fieldNuked);
+    }
+    cell = next;
+  }
+  forEachNodeIn(other.script.fields, nuke);
+}

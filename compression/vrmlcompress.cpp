@@ -6,14 +6,13 @@
 
 #include "jsparser.h"
 #include "main.h"
+#include "vrmlcascade.h"
 
 /* ---------------------------------------------------------------------------
  * Scan: IS links of PROTOs, script programs, private copies of PROTO bodies
  * ------------------------------------------------------------------------ */
 
 namespace {
-
-const char* nameOrNull(const char* name) { return name != nullptr ? name : "(null)"; }
 
 // Turns the url string, as the file wrote it, into the plain script text, in
 // place: the quote and the scheme go, and each backslash escape is resolved.
@@ -42,14 +41,14 @@ char* extractScript(VPFieldList* urlCell) {
   return text;
 }
 
-VPFieldList* findUrlCell(VPFieldList* fields) {
+}  // namespace
+
+VPFieldList* VPNode::findUrlCell() {
   for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) {
     if (strcmp(cell->field->name, "url") == 0) return cell;
   }
   return nullptr;
 }
-
-}  // namespace
 
 void VPFile::scanNodes() {
   for (VPNodeList* cell = topLevel; cell != nullptr; cell = cell->next) {
@@ -109,7 +108,7 @@ void VPNode::scanNode() {
 // The code first, then the interface cells with the nodes they hold.
 void VPNode::scanScript() {
   pushContext("Parsing Script node %s", nameOrNull(name));
-  VPFieldList* urlCell = findUrlCell(fields);
+  VPFieldList* urlCell = findUrlCell();
   bool found = urlCell != nullptr;
   CHECK(found);
   char* text = extractScript(urlCell);
@@ -268,8 +267,287 @@ void VPFile::hoistProtoDefaults() {
   }
 }
 
-void VPFile::pruneProtoInterfaces() {}
+/* ---------------------------------------------------------------------------
+ * Removal of fields, routes, IS links and nodes
+ * ------------------------------------------------------------------------ */
 
-void VPFile::pruneSwitches() {}
+namespace {
 
-void VPFile::dropDefNames() {}
+bool unlinkRouteCell(VPRouteList** list, const VPRoute* route) {
+  for (VPRouteList** link = list; *link != nullptr; link = &(*link)->next) {
+    if ((*link)->route == route) {
+      *link = (*link)->next;
+      return true;
+    }
+  }
+  return false;
+}
+
+bool unlinkIsLink(VPIsLink** list, const VPNode* node, const VPField* nodeField,
+                  const VPField* protoField) {
+  for (VPIsLink** link = list; *link != nullptr; link = &(*link)->next) {
+    VPIsLink* cell = *link;
+    if (cell->node == node && cell->nodeField == nodeField && cell->protoField == protoField) {
+      *link = cell->next;  // records live in the run's arena
+      return true;
+    }
+  }
+  return false;
+}
+
+const VPField* redirectedField(const VPFieldList* cell) {
+  return cell->redirect != nullptr ? cell->redirect->field : nullptr;
+}
+
+// A removal that comes through an IS link and cannot be carried out stops here.
+void requireNoRedirect(const VPField* redirect) { CHECK(redirect == NULL); }
+
+// Unlinks every route of the list whose field at this end is `field`.
+void unlinkRoutesAt(VPNode* node, VPRouteList* list, const VPField* field, bool outgoing) {
+  while (list != nullptr) {
+    VPRoute* route = list->route;
+    list = list->next;
+    if (outgoing ? route->sourceField != field : route->destField != field) continue;
+    if (outgoing) {
+      CHECK(route->sourceNode == node);
+    } else {
+      CHECK(route->destNode == node);
+    }
+    unlinkRoute(route);
+  }
+}
+
+}  // namespace
+
+void unlinkRoute(VPRoute* route) {
+  bool foundOtherSide = unlinkRouteCell(&route->sourceNode->other.routesOut, route);
+  CHECK(foundOtherSide);
+  foundOtherSide = unlinkRouteCell(&route->destNode->other.routesIn, route);
+  CHECK(foundOtherSide);
+}
+
+int VPNode::removeField(VPField* field, VPField* protoField) {
+  CHECK(nodeType == OTHER || nodeType == SCRIPT);
+  VPFieldList** link = nodeType == OTHER ? &fields : &other.script.fields;
+  while (*link != nullptr && !((*link)->field == field && redirectedField(*link) == protoField)) {
+    link = &(*link)->next;
+  }
+  VPFieldList* cell = *link;
+  if (cell != nullptr && protoField != nullptr && nodeType == SCRIPT) {
+    cell->redirect = nullptr;
+    return 1;
+  }
+  if (cell != nullptr) {
+    if (field->holdsNodes()) forEachNode(cell->value, [](VPNode* node) { node->dropReference(); });
+    *link = cell->next;
+  } else if (protoField != nullptr) {
+    requireNoRedirect(protoField);
+  }
+  if (protoField != nullptr && protoField->theClass != field->theClass) {
+    CHECK(field->theClass == VPField::EXPOSED_FIELD);
+    return 1;
+  }
+  unlinkRoutesAt(this, other.routesIn, field, false);
+  unlinkRoutesAt(this, other.routesOut, field, true);
+  if (isProtoInstance()) {
+    requireNoRedirect(protoField);
+    VPIsLink** isLink = &other.generic.isLinks;
+    while (VPIsLink* linkCell = *isLink) {
+      if (linkCell->protoField != field) {
+        isLink = &linkCell->next;
+        continue;
+      }
+      int childHadField = linkCell->node->removeField(linkCell->nodeField, field);
+      CHECK(childHadField);
+      *isLink = linkCell->next;
+    }
+  }
+  return cell != nullptr;
+}
+
+void VPNode::removeProtoField(VPField* field) {
+  forEachNode(instances, [field](VPNode* instance) { instance->removeField(field, nullptr); });
+  VPIsLink** link = &isLinks;
+  while (VPIsLink* cell = *link) {
+    if (cell->protoField != field) {
+      link = &cell->next;
+      continue;
+    }
+    int fieldFound = cell->node->removeField(cell->nodeField, field);
+    CHECK(fieldFound);
+    *link = cell->next;
+  }
+}
+
+void VPNode::removeIsLink(VPFieldList* cell) {
+  CHECK(nodeType == OTHER || nodeType == SCRIPT);
+  VPRedirect* redirect = cell->redirect;
+  CHECK(redirect != NULL);
+  cell->redirect = nullptr;
+  bool removed = unlinkIsLink(&redirect->proto->isLinks, this, cell->field, redirect->field);
+  CHECK(removed);
+  for (VPShadow* shadow = other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
+    VPNode* root = shadow->root;
+    CHECK(root->nodeType == OTHER);
+    removed = unlinkIsLink(&root->other.generic.isLinks, shadow->shadow, cell->field,
+                           redirect->field);
+    CHECK(removed);
+  }
+}
+
+void VPNode::dropReference() {
+  CHECK(nodeType == OTHER);
+  if (--other.refCount != 0) return;
+  while (other.routesIn != nullptr) unlinkRoute(other.routesIn->route);
+  while (other.routesOut != nullptr) unlinkRoute(other.routesOut->route);
+  while (fields != nullptr) {
+    CHECK((fields->flags & (FIELD_READ | FIELD_WRITE | FIELD_ROUTED_OUT)) == 0);
+    if (fields->redirect != nullptr) removeIsLink(fields);
+    removeField(fields->field, NULL);
+  }
+}
+
+/* ---------------------------------------------------------------------------
+ * PROTO interfaces: constant parameters folded, dead fields removed
+ * ------------------------------------------------------------------------ */
+
+void VPFile::pruneProtoInterfaces() {
+  forEachNode(allProtos, [](VPNode* proto) {
+    CHECK(proto->nodeType == VPNode::PROTO);
+    forEachNode(proto->body, [](VPNode* node) { node->foldNode(); });
+    forEachNode(proto->body, [](VPNode* node) { node->clearVisited(); });
+    VPFieldList** link = &proto->fields;
+    while (VPFieldList* cell = *link) {
+      if (proto->isInterfaceFieldLive(cell)) {
+        link = &cell->next;
+        continue;
+      }
+      proto->removeProtoField(cell->field);
+      *link = cell->next;
+    }
+  });
+}
+
+// An interface field stays while something happened to it, or while a body
+// field still takes its value by IS.
+bool VPNode::isInterfaceFieldLive(const VPFieldList* cell) {
+  if (cell->flags & (FIELD_READ | FIELD_WRITE | FIELD_ROUTED_IN | FIELD_ROUTED_OUT)) return true;
+  if (!cell->field->hasValue()) return false;
+  for (const VPIsLink* link = isLinks; link != nullptr; link = link->next) {
+    if (link->protoField == cell->field) return true;
+  }
+  return false;
+}
+
+void VPNode::foldNode() {
+  if (visited) return;
+  visited = 1;
+  CHECK(nodeType == SCRIPT || nodeType == OTHER);
+  foldConstantFields(fields);
+  if (nodeType == SCRIPT) foldConstantFields(other.script.fields);
+  auto fold = [](VPNode* node) { node->foldNode(); };
+  forEachNodeIn(fields, fold);
+  if (nodeType == SCRIPT) forEachNodeIn(other.script.fields, fold);
+}
+
+// A body field tied to a parameter that every instance leaves at one value
+// gets that value of its own.
+void VPNode::foldConstantFields(VPFieldList* cells) {
+  for (VPFieldList* cell = cells; cell != nullptr; cell = cell->next) {
+    VPField* field = cell->field;
+    if (cell->redirect == nullptr || field->isMFField() || field->theType == VPField::SFNode) {
+      continue;
+    }
+    if (!cell->redirect->field->hasValue()) continue;
+    CHECK(field->theClass == VPField::FIELD || field->theClass == VPField::EXPOSED_FIELD);
+    VPFuzzyValue* fuzzyValue = findFuzzy(field);
+    if (fuzzyValue == nullptr || !fuzzyValue->valueKnown) continue;
+    CHECK(fuzzyValue->values);
+    if (fuzzyValue->values->next != nullptr || (cell->flags & FIELD_ROUTED_OUT)) continue;
+    removeIsLink(cell);
+    VPValue* constant = newRecord<VPValue>();
+    constant->copyValue(fuzzyValue->values, field->theType);
+    cell->value = constant;
+  }
+}
+
+/* ---------------------------------------------------------------------------
+ * Switch children that can never be chosen, and DEF names nothing needs
+ * ------------------------------------------------------------------------ */
+
+void VPFile::pruneSwitches() {
+  forEachNode(topLevel, [](VPNode* node) { node->pruneSwitchChoices(); });
+  clearVisited();
+}
+
+void VPNode::pruneSwitchChoices() {
+  if (visited) return;
+  visited = 1;
+  auto prune = [](VPNode* node) { node->pruneSwitchChoices(); };
+  forEachNodeIn(fields, prune);
+  switch (nodeType) {
+  case SCRIPT:
+    forEachNodeIn(other.script.fields, prune);
+    return;
+  case PROTO:
+    forEachNode(body, prune);
+    return;
+  case OTHER:
+    if (strcmp(other.baseProto->name, "Switch") == 0) cutSwitchChoices();
+    return;
+  default:
+    return;
+  }
+}
+
+namespace {
+
+bool recordHoldsInt(const VPFuzzyValue* record, int32_t value) {
+  for (const VPValue* cell = record->values; cell != nullptr; cell = cell->next) {
+    if (cell->intValue == value) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+// Children whose index whichChoice can never hold become holes, so that every
+// other child keeps its index.
+void VPNode::cutSwitchChoices() {
+  VPNode* baseProto = other.baseProto;
+  CHECK(baseProto->nodeType == EXTERNPROTO);
+  VPField* field = fieldByName("whichChoice");
+  CHECK(field->theType == VPField::SFInt32);
+  VPFuzzyValue record(field);
+  getFuzzyValue(&record, field, 0);
+  VPFieldList* children = findField(fieldByName("choice"));
+  CHECK(children != NULL);
+  if (record.valueKnown && children->redirect == nullptr) {
+    int32_t index = 0;
+    for (VPNodeList* cell = children->value; cell != nullptr; cell = cell->next, index++) {
+      VPNode* child = cell->node;
+      if (child == nullptr || recordHoldsInt(&record, index)) continue;
+      cell->node = nullptr;
+      child->dropReference();
+    }
+  }
+  record.freeValues();
+}
+
+void VPFile::dropDefNames() {
+  forEachNode(topLevel, [](VPNode* node) { node->dropDefName(); });
+  clearVisited();
+}
+
+void VPNode::dropDefName() {
+  if (visited) return;
+  visited = 1;
+  if ((nodeType == OTHER || nodeType == SCRIPT) && other.refCount == 1 &&
+      other.routesIn == nullptr && other.routesOut == nullptr) {
+    name = nullptr;
+  }
+  auto drop = [](VPNode* node) { node->dropDefName(); };
+  forEachNodeIn(fields, drop);
+  if (nodeType == PROTO) forEachNode(body, drop);
+  if (nodeType == SCRIPT) forEachNodeIn(other.script.fields, drop);
+}

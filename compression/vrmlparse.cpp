@@ -278,17 +278,6 @@ void clearVisitedNodes(const VPNodeList* list) {
   }
 }
 
-// Calls `visit` on each node held by the node-valued cells of the list, in order.
-template <class Visit>
-void forEachNodeIn(const VPFieldList* list, Visit visit) {
-  for (const VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
-    if (!cell->field->holdsNodes()) continue;
-    for (const VPNodeList* value = cell->value; value != nullptr; value = value->next) {
-      if (value->node != nullptr) visit(value->node);
-    }
-  }
-}
-
 void clearVisitedNodeFields(const VPFieldList* list) {
   forEachNodeIn(list, [](VPNode* node) { node->clearVisited(); });
 }

@@ -54,6 +54,12 @@ struct VPValue {
     char* string;      ///< SFString: the token as written, quotes and backslashes included
     VPNode* node;      ///< SFNode, MFNode; NULL for the word NULL or a hole
   };
+
+  // Values of the cascade's records (vrmlcascade.cpp).
+  /// The zero of an SF type that has one: 0, FALSE, 0.0, a NULL node, zero floats.
+  void setZero(int type);
+  /// A deep copy of the word of `source`: new float arrays, a new string.
+  void copyValue(const VPValue* source, int type);
 };
 
 /// A node list is a node value: the cells of topLevel, of a PROTO body and of
@@ -173,6 +179,40 @@ struct VPNode {
 
   /// Makes the route and puts it at the head of both ends' lists.
   static void addRoute(VPNode* source, VPField* sourceField, VPNode* dest, VPField* destField);
+  /// The cell of the field named "url" among the fields that the node sets.
+  VPFieldList* findUrlCell();
+  bool isProtoInstance() const {
+    return nodeType == OTHER && other.baseProto->nodeType == PROTO;
+  }
+
+  // Fuzzy values and events (vrmlcascade.cpp).
+  VPFuzzyValue* findFuzzy(const VPField* field);
+  void storeEvent(VPFuzzyValue* eventData);
+  void getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows);
+  void sendEvent(VPFuzzyValue* eventData);
+  void receiveEvent(VPFuzzyValue* eventData);
+
+  // The passes of the cascade (vrmlcascade.cpp).
+  void initializeNode();
+  void simulateNodeEvents();
+  void mergeShadows(int mergeValues);
+  void pruneScripts();
+  void clearSimulation();
+  void nukeDeadScriptFields();
+
+  // Removal (vrmlcompress.cpp).
+  int removeField(VPField* field, VPField* protoField);
+  void removeProtoField(VPField* field);
+  void removeIsLink(VPFieldList* cell);
+  void dropReference();
+
+  // Pruning after the cascade (vrmlcompress.cpp).
+  void foldNode();
+  void foldConstantFields(VPFieldList* cells);
+  void pruneSwitchChoices();
+  void dropDefName();
+  /// On a PROTO: whether the interface field is still used or tied by IS.
+  bool isInterfaceFieldLive(const VPFieldList* cell);
 
  private:
   void writeDeclaration(FILE* stream);
@@ -180,7 +220,37 @@ struct VPNode {
   void writeProgram(FILE* stream);
   void scanCell(VPFieldList* cell);
   void scanScript();
+  void simulateRouteSources();
+  void mergeShadow(VPShadow* shadowIter, VPFuzzyValue*** cursor, int mergeValues);
+  bool eventAlreadySimulated(const VPFuzzyValue* eventData);
+  void runScriptFunction(VPFuzzyValue* eventData);
+  void cutSwitchChoices();
 };
+
+/// Takes one route out of both of its lists.
+void unlinkRoute(VPRoute* route);
+
+/// The text of a DEF name in reports: "(null)" when the node has none.
+inline const char* nameOrNull(const char* name) { return name != nullptr ? name : "(null)"; }
+
+/// Calls `visit` on each node held by the node-valued cells of the list, in order.
+template <class Visit>
+void forEachNodeIn(const VPFieldList* list, Visit visit) {
+  for (const VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
+    if (!cell->field->holdsNodes()) continue;
+    for (const VPNodeList* value = cell->value; value != nullptr; value = value->next) {
+      if (value->node != nullptr) visit(value->node);
+    }
+  }
+}
+
+/// Calls `visit` on each non-NULL node of a node list.
+template <class Visit>
+void forEachNode(const VPNodeList* list, Visit visit) {
+  for (const VPNodeList* cell = list; cell != nullptr; cell = cell->next) {
+    if (cell->node != nullptr) visit(cell->node);
+  }
+}
 
 /// The one object of a run: the scene, the tokenizer's state and the tables of names.
 struct VPFile {
