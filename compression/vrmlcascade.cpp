@@ -14,9 +14,8 @@ int loopCheckArmed = 1;
 
 namespace {
 
-// Deliveries that may stand nested in one event chain. Under -l an endless
-// cycle is not stopped by the loop message; this bound ends it in order.
-constexpr int kMaxEventDepth = 100000;
+// Deliveries now nested in one event chain. Under -l an endless cycle is not
+// stopped by the loop message; a bound of 100000 ends it in order.
 int eventDepth = 0;
 
 constexpr int kEventLimit = 10000;
@@ -925,7 +924,7 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
   VPField* field = eventData->field;
   routingCell(this, field)->flags |= FIELD_ROUTED_IN;
-  CHECK(eventDepth < kMaxEventDepth);
+  CHECK(eventDepth < 100000);
   eventDepth++;
   if (isProtoInstance()) {
     for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {

@@ -24,7 +24,9 @@ for dir in "$cases"/*/; do
   problems=""
   [ "$(cat "$work/status")" = "$(cat "$dir/expected.status")" ] ||
     problems="$problems status $(cat "$work/status");"
-  expectedErr=$(mktemp); normalize "$dir/expected.stderr" 2>/dev/null >"$expectedErr"
+  expectedErr=$(mktemp)
+  errFile="$dir/expected.stderr"; [ -f "$work/expected.stderr" ] && errFile="$work/expected.stderr"
+  normalize "$errFile" 2>/dev/null >"$expectedErr"
   normalize "$work/stderr" | cmp -s - "$expectedErr" || problems="$problems stderr;"
   if [ -f "$dir/expected.stdout" ]; then
     cmp -s "$work/stdout" "$dir/expected.stdout" || problems="$problems stdout;"

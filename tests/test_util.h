@@ -52,6 +52,24 @@ inline std::string rewrittenWorld(const std::string& body) {
   return writtenWorld(file);
 }
 
+/// The world read, scanned, its PROTO defaults hoisted and the cascade run.
+inline VPFile* cascadedWorld(const std::string& body) {
+  VPFile* file = parseWorld(body);
+  file->scanNodes();
+  file->hoistProtoDefaults();
+  file->runCascade();
+  return file;
+}
+
+/// The world through every pass of a run, written.
+inline std::string compressedWorld(const std::string& body) {
+  VPFile* file = cascadedWorld(body);
+  file->pruneProtoInterfaces();
+  file->pruneSwitches();
+  file->dropDefNames();
+  return writtenWorld(file);
+}
+
 /// A new program, reachable to the end of the tests as a scene's would be.
 inline JSParser* newParser() {
   static std::vector<JSParser*>* const programs = new std::vector<JSParser*>;
