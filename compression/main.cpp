@@ -15,7 +15,11 @@
 #include <string>
 #include <vector>
 
+#include <zlib.h>
+
 #include "vrmlparse.h"
+
+int vrml97Option = 0;
 
 namespace {
 
@@ -172,6 +176,73 @@ char* copyString(const char* text, size_t length) {
 char* copyString(const char* text) { return copyString(text, strlen(text)); }
 
 /* ---------------------------------------------------------------------------
+ * gzip
+ * ------------------------------------------------------------------------ */
+
+bool isGzipData(const char* data, size_t size) {
+  return size >= 2 && (unsigned char)data[0] == 0x1f && (unsigned char)data[1] == 0x8b;
+}
+
+namespace {
+
+constexpr int kGzipWindowBits = 15 + 16;  // the largest window, with the gzip wrapper
+
+}  // namespace
+
+char* gunzipData(const char* data, size_t size, size_t* textSize) {
+  z_stream z = {};
+  if (inflateInit2(&z, kGzipWindowBits) != Z_OK) return nullptr;
+  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
+  z.avail_in = uInt(size);
+  size_t capacity = size * 4 + 1024;
+  char* text = static_cast<char*>(malloc(capacity + 1));
+  int status = Z_OK;
+  while (text != nullptr && status == Z_OK) {
+    if (z.total_out == capacity) {
+      capacity *= 2;
+      char* larger = static_cast<char*>(realloc(text, capacity + 1));
+      if (larger == nullptr) free(text);
+      text = larger;
+      if (text == nullptr) break;
+    }
+    z.next_out = reinterpret_cast<Bytef*>(text + z.total_out);
+    z.avail_out = uInt(capacity - z.total_out);
+    status = inflate(&z, Z_NO_FLUSH);
+    if (status == Z_BUF_ERROR && z.avail_out != 0) break;  // input ends before the stream
+    if (status == Z_BUF_ERROR) status = Z_OK;
+  }
+  inflateEnd(&z);
+  if (status != Z_STREAM_END || z.avail_in != 0 || text == nullptr) {
+    free(text);
+    return nullptr;
+  }
+  *textSize = z.total_out;
+  text[*textSize] = 0;
+  return text;
+}
+
+bool writeGzipData(FILE* stream, const char* data, size_t size) {
+  z_stream z = {};
+  if (deflateInit2(&z, Z_BEST_COMPRESSION, Z_DEFLATED, kGzipWindowBits, 9, Z_DEFAULT_STRATEGY) !=
+      Z_OK) {
+    return false;
+  }
+  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
+  z.avail_in = uInt(size);
+  static unsigned char chunk[1 << 16];
+  int status;
+  do {
+    z.next_out = chunk;
+    z.avail_out = sizeof chunk;
+    status = deflate(&z, Z_FINISH);
+    size_t produced = sizeof chunk - z.avail_out;
+    if (status == Z_STREAM_ERROR || fwrite(chunk, 1, produced, stream) != produced) break;
+  } while (status != Z_STREAM_END);
+  deflateEnd(&z);
+  return status == Z_STREAM_END;
+}
+
+/* ---------------------------------------------------------------------------
  * Number text
  * ------------------------------------------------------------------------ */
 
@@ -256,7 +327,9 @@ int printUsage() {
 int readArguments(int argc, char** argv) {
   for (int i = 1; i < argc; i++) {
     const char* argument = argv[i];
-    if (argument[0] == '-') {
+    if (strcmp(argument, "--vrml97") == 0) {
+      vrml97Option = 1;
+    } else if (argument[0] == '-') {
       const char* letter = argument + 1;
       do {
         if (*letter != 'l') return printUsage();
@@ -274,6 +347,29 @@ int readArguments(int argc, char** argv) {
   return 0;
 }
 
+bool hasSuffix(const char* name, const char* suffix) {
+  size_t length = strlen(name), suffixLength = strlen(suffix);
+  return length >= suffixLength && strcmp(name + length - suffixLength, suffix) == 0;
+}
+
+void reportWriteFailure() {
+  fprintf(stderr, "Failed to write file %s\n", outputFileName);
+  CHECK(0);
+}
+
+// A world written whole in memory first, then compressed into the file.
+void writeCompressed(VPFile* file, FILE* stream) {
+  char* text = nullptr;
+  size_t size = 0;
+  FILE* memory = open_memstream(&text, &size);
+  CHECK(memory != NULL);
+  file->write(memory);
+  fclose(memory);
+  bool written = writeGzipData(stream, text, size);
+  free(text);
+  if (!written) reportWriteFailure();
+}
+
 void writeOutput(VPFile* file) {
   // "x": a file that appeared since the existence test is not overwritten either.
   FILE* stream = fopen(outputFileName, "wx");
@@ -284,11 +380,12 @@ void writeOutput(VPFile* file) {
   static char buffer[1 << 16];
   setvbuf(stream, buffer, _IOFBF, sizeof buffer);
   outputStream = stream;
-  file->write(outputStream);
-  if (fflush(outputStream) != 0 || ferror(outputStream)) {
-    fprintf(stderr, "Failed to write file %s\n", outputFileName);
-    CHECK(0);
+  if (hasSuffix(outputFileName, ".wrz") || hasSuffix(outputFileName, ".gz")) {
+    writeCompressed(file, outputStream);
+  } else {
+    file->write(outputStream);
   }
+  if (fflush(outputStream) != 0 || ferror(outputStream)) reportWriteFailure();
 }
 
 VPFile* theFile = nullptr;  // keeps the scene reachable to the leak checker at exit

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #define WORLDPARE_PRINTF(formatIndex) __attribute__((format(printf, formatIndex, formatIndex + 1)))
 
@@ -23,6 +24,9 @@ void reportAlert(const char* format, ...) WORLDPARE_PRINTF(1);
 /// Removes a partial output file and ends the process with status -3.
 [[noreturn]] void stopRun();
 
+/// Nonzero when --vrml97 was given: the whole VRML97 language is read.
+extern int vrml97Option;
+
 /// The whole run over arguments already split; argv[0] is not read.
 int worldPareMain(int argc, char** argv);
 
@@ -39,6 +43,14 @@ Element* newArray(size_t count) {
 /// An owned copy of the first `length` bytes of `text`, NUL-ended.
 char* copyString(const char* text, size_t length);
 char* copyString(const char* text);
+
+// gzip-compressed worlds.
+bool isGzipData(const char* data, size_t size);
+/// The stream inflated into a new malloc'd buffer with a NUL behind it, or
+/// NULL when the stream is damaged or cut short.
+char* gunzipData(const char* data, size_t size, size_t* textSize);
+/// Writes the bytes gzip-compressed at the highest level; false on a failure.
+bool writeGzipData(FILE* stream, const char* data, size_t size);
 
 // Number text, shared by the VRML and script tokenizers, readers and writers.
 inline bool isDecimalDigit(char c) { return c >= '0' && c <= '9'; }

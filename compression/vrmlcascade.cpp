@@ -309,6 +309,10 @@ void seedRecord(VPNode* node, VPFuzzyValue* fuzzy) {
     return;
   }
   VPFieldList* fieldList = node->findEffectiveField(field);
+  if (fieldList->flags & FIELD_NO_DEFAULT) {
+    if (!field->holdsNodes()) fuzzy->valueKnown = 0;
+    return;
+  }
   if (type == VPField::MFNode) {
     for (VPNodeList* cell = fieldList->value; cell != nullptr; cell = cell->next) {
       if (cell->node != nullptr) pushCell(&fuzzy->values)->node = cell->node;
@@ -367,7 +371,10 @@ void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows)
   }
   VPFuzzyValue current(field);
   if (field->hasValue()) {
-    current.values = findEffectiveField(field)->value;  // shared for this merge only
+    VPFieldList* effective = findEffectiveField(field);
+    // An EXTERNPROTO field without a value may hold anything, and no node of this world.
+    if ((effective->flags & FIELD_NO_DEFAULT) && !field->holdsNodes()) current.valueKnown = 0;
+    current.values = effective->value;  // shared for this merge only
     result->merge(&current, mapShadows);
     current.values = nullptr;
     return;
@@ -1064,6 +1071,7 @@ void VPNode::mergeShadows(int mergeValues) {
   auto merge = [mergeValues](VPNode* node) { node->mergeShadows(mergeValues); };
   if (nodeType == PROTO) {
     forEachNode(body, merge);
+    forEachNodeIn(fields, merge);
     for (VPIsLink* link = isLinks; link != nullptr; link = link->next) {
       int linkClass = link->nodeField->theClass;
       if (linkClass != VPField::EVENT_OUT && linkClass != VPField::EXPOSED_FIELD) continue;
@@ -1096,7 +1104,7 @@ void VPNode::pruneScripts() {
   if (nodeType == PROTO) forEachNode(body, prune);
   if (nodeType != SCRIPT) return;
   bool found = findUrlCell() != nullptr;
-  CHECK(found);
+  if (!vrml97Option) CHECK(found);
   {
     VPJSContext context(this, other.script.program, 1);
     other.script.program->pruneScript(&context);
@@ -1132,6 +1140,19 @@ void VPNode::clearSimulation() {
   }
 }
 
+namespace {
+
+// --vrml97: a dead field still keeps what it holds in the world if that can act.
+bool holdsActiveNodes(const VPFieldList* cell) {
+  if (!vrml97Option || !cell->field->holdsNodes()) return false;
+  for (VPNodeList* value = cell->value; value != nullptr; value = value->next) {
+    if (value->node != nullptr && !value->node->canBeDropped()) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 void VPNode::nukeDeadScriptFields() {
   if (visited) return;
   visited = 1;
@@ -1142,7 +1163,7 @@ void VPNode::nukeDeadScriptFields() {
   VPFieldList* cell = other.script.fields;
   while (cell != nullptr) {
     VPFieldList* next = cell->next;
-    if ((cell->flags & kActivityMask) == 0) {
+    if ((cell->flags & kActivityMask) == 0 && !holdsActiveNodes(cell)) {
       if (cell->redirect != nullptr) removeIsLink(cell);
       int fieldNuked = removeField(cell->field, nullptr);
       CHECK(fieldNuked);

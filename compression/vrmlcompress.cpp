@@ -3,6 +3,8 @@
 #include "vrmlcompress.h"
 
 #include <cstring>
+#include <unordered_set>
+#include <vector>
 
 #include "jsparser.h"
 #include "main.h"
@@ -31,7 +33,8 @@ char* extractScript(VPFieldList* urlCell) {
       CHECK(t[1] == 0);
       break;
     }
-    if (*t == '\\') {
+    // VRML97 escapes only a quote and a backslash: "\\n" stays the script's own.
+    if (*t == '\\' && (!vrml97Option || t[1] == '"' || t[1] == '\\')) {
       t++;
       CHECK(*t != 0);
     }
@@ -72,11 +75,17 @@ void VPNode::scanCell(VPFieldList* cell) {
     addIsLink(cell);
   }
   if (!cell->field->holdsNodes()) return;
+  // --vrml97: node values as defaults of PROTO and EXTERNPROTO fields.
+  bool isDefault = vrml97Option && (nodeType == PROTO || nodeType == EXTERNPROTO);
   for (VPNodeList* value = cell->value; value != nullptr; value = value->next) {
     if (value->node == nullptr) continue;
-    CHECK(nodeType == OTHER || nodeType == SCRIPT);
-    pushContext("Scanning %s node %s, field %s", other.baseProto->name, nameOrNull(name),
-                cell->field->name);
+    if (isDefault) {
+      pushContext("Scanning %s, field %s", name, cell->field->name);
+    } else {
+      CHECK(nodeType == OTHER || nodeType == SCRIPT);
+      pushContext("Scanning %s node %s, field %s", other.baseProto->name, nameOrNull(name),
+                  cell->field->name);
+    }
     value->node->scanNode();
     popContext();
   }
@@ -110,10 +119,14 @@ void VPNode::scanScript() {
   pushContext("Parsing Script node %s", nameOrNull(name));
   VPFieldList* urlCell = findUrlCell();
   bool found = urlCell != nullptr;
-  CHECK(found);
-  char* text = extractScript(urlCell);
   other.script.program = new JSParser;
-  other.script.program->parseScript(text);
+  if (vrml97Option && !found) {
+    char noCode[] = "";  // --vrml97: a Script without url does nothing
+    other.script.program->parseScript(noCode);
+  } else {
+    CHECK(found);
+    other.script.program->parseScript(extractScript(urlCell));
+  }
   for (VPFieldList* cell = other.script.fields; cell != nullptr; cell = cell->next) {
     scanCell(cell);
   }
@@ -132,7 +145,10 @@ void VPNode::expandInstance() {
   VPNodeList** last = &other.generic.implementation;
   for (VPNodeList* cell = proto->body; cell != nullptr; cell = cell->next) {
     *last = newRecord<VPNodeList>();
-    (*last)->node = copyNode(cell->node);
+    // --vrml97: a PROTO declared in the body has nothing to copy.
+    bool isDeclaration = cell->node != nullptr && (cell->node->nodeType == PROTO ||
+                                                   cell->node->nodeType == EXTERNPROTO);
+    (*last)->node = isDeclaration ? nullptr : copyNode(cell->node);
     last = &(*last)->next;
   }
   // Events that the body sends out through an IS leave straight from the copy.
@@ -145,6 +161,25 @@ void VPNode::expandInstance() {
       }
     }
   }
+}
+
+// The value that this root gives a body field tied to a parameter by IS. Node
+// values that the root does not give itself (--vrml97: defaults with nodes)
+// are copied for this root, as a browser makes them for each instance.
+VPValue* VPNode::resolvedValue(const VPFieldList* bodyCell) {
+  VPField* parameter = bodyCell->redirect->field;
+  VPFieldList* effective = findEffectiveField(parameter);
+  if (!vrml97Option || !parameter->holdsNodes() || effective == findField(parameter)) {
+    return effective->value;
+  }
+  VPValue* head = nullptr;
+  VPValue** last = &head;
+  for (VPValue* value = effective->value; value != nullptr; value = value->next) {
+    *last = newRecord<VPValue>();
+    (*last)->node = copyNode(value->node);
+    last = &(*last)->next;
+  }
+  return head;
 }
 
 VPNode* VPNode::findShadow(const VPNode* root) {
@@ -213,7 +248,7 @@ VPFieldList* VPNode::copyFieldList(VPNode* newNode, VPFieldList* cells) {
       copy->value = cell->value;
     } else {
       if (cell->redirect->field->hasValue()) {
-        copy->value = findEffectiveField(cell->redirect->field)->value;
+        copy->value = resolvedValue(cell);
       } else {
         copy->redirect = cell->redirect;
       }
@@ -414,7 +449,9 @@ void VPNode::dropReference() {
 void VPFile::pruneProtoInterfaces() {
   forEachNode(allProtos, [](VPNode* proto) {
     CHECK(proto->nodeType == VPNode::PROTO);
-    forEachNode(proto->body, [](VPNode* node) { node->foldNode(); });
+    forEachNode(proto->body, [](VPNode* node) {
+      if (node->nodeType != VPNode::PROTO && node->nodeType != VPNode::EXTERNPROTO) node->foldNode();
+    });
     forEachNode(proto->body, [](VPNode* node) { node->clearVisited(); });
     VPFieldList** link = &proto->fields;
     while (VPFieldList* cell = *link) {
@@ -521,17 +558,58 @@ void VPNode::cutSwitchChoices() {
   VPFuzzyValue record(field);
   getFuzzyValue(&record, field, 0);
   VPFieldList* children = findField(fieldByName("choice"));
+  if (vrml97Option && children == nullptr) return;  // nothing to choose from
   CHECK(children != NULL);
   if (record.valueKnown && children->redirect == nullptr) {
     int32_t index = 0;
     for (VPNodeList* cell = children->value; cell != nullptr; cell = cell->next, index++) {
       VPNode* child = cell->node;
       if (child == nullptr || recordHoldsInt(&record, index)) continue;
+      if (vrml97Option && !child->canBeDropped()) continue;
       cell->node = nullptr;
       child->dropReference();
     }
   }
   record.freeValues();
+}
+
+namespace {
+
+// Nodes that act without being drawn: a browser binds them wherever they stand.
+bool isBindable(const VPNode* node) {
+  const char* type = node->other.baseProto->name;
+  return strcmp(type, "Viewpoint") == 0 || strcmp(type, "NavigationInfo") == 0 ||
+         strcmp(type, "Background") == 0 || strcmp(type, "Fog") == 0;
+}
+
+bool canActUndrawn(const VPNode* node) {
+  if (node->nodeType != VPNode::OTHER || node->isProtoInstance() || isBindable(node) ||
+      node->other.routesIn != nullptr || node->other.routesOut != nullptr) {
+    return true;
+  }
+  for (const VPFieldList* cell = node->fields; cell != nullptr; cell = cell->next) {
+    if (cell->flags & (FIELD_READ | FIELD_WRITE | FIELD_ROUTED_OUT)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+// A Script, a route, a PROTO instance (whose removal does not reach its body
+// copies) or a bindable node anywhere below keeps the subtree in the world.
+// The walk runs inside passes that hold the visited marks, so it keeps its own.
+bool VPNode::canBeDropped() {
+  std::unordered_set<VPNode*> seen = {this};
+  std::vector<VPNode*> pending = {this};
+  while (!pending.empty()) {
+    VPNode* node = pending.back();
+    pending.pop_back();
+    if (canActUndrawn(node)) return false;
+    forEachNodeIn(node->fields, [&](VPNode* child) {
+      if (seen.insert(child).second) pending.push_back(child);
+    });
+  }
+  return true;
 }
 
 void VPFile::dropDefNames() {

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "jsparser.h"
@@ -338,9 +339,11 @@ void VPNode::clearVisited() {
   visited = 0;
   switch (nodeType) {
   case EXTERNPROTO:
+    clearVisitedNodeFields(fields);  // --vrml97: defaults that hold nodes
     return;
   case PROTO:
     clearVisitedNodes(body);
+    clearVisitedNodeFields(fields);
     return;
   default:
     clearVisitedNodeFields(fields);
@@ -399,6 +402,15 @@ void VPFile::readFile(const char* path) {
   }
   fclose(input);
   buffer[size] = 0;
+  if (isGzipData(buffer, size)) {
+    char* text = gunzipData(buffer, size, &size);
+    free(buffer);
+    if (text == nullptr) {
+      fprintf(stderr, "Failed to decompress file %s\n", path);
+      CHECK(0);
+    }
+    buffer = text;
+  }
   parseText(buffer);
   free(buffer);
 }
@@ -406,14 +418,23 @@ void VPFile::readFile(const char* path) {
 namespace {
 
 // Reads items into the list that `last` ends, till a token that begins none.
+// PROTOs declared among the fields of a node (--vrml97) stand before its item.
 void parseItems(VPFile* file, VPNodeList** last) {
+  VPNodeList* outerDeclarations = file->nestedDeclarations;
+  file->nestedDeclarations = nullptr;
   for (;;) {
     CHECK((*last) == NULL);
     VPNodeList* item = file->parseNodeOrProto();
-    if (item == nullptr) return;
+    if (file->nestedDeclarations != nullptr) {
+      *last = file->nestedDeclarations;
+      while (*last != nullptr) last = &(*last)->next;
+      file->nestedDeclarations = nullptr;
+    }
+    if (item == nullptr) break;
     *last = item;
     last = &item->next;
   }
+  file->nestedDeclarations = outerDeclarations;
 }
 
 }  // namespace
@@ -425,7 +446,10 @@ void VPFile::parseText(char* text) {
     fprintf(stderr, "This is not a VRML 2.0 file\n");
     CHECK(0);
   }
+  hiddenNodes.assign(1, {});
   parseItems(this, &topLevel);
+  renameHiddenNodes(namedNodes);
+  hiddenNodes.clear();
 }
 
 void VPFile::startText(char* text) {
@@ -453,6 +477,21 @@ namespace {
 inline bool isIdentifierStart(unsigned char c) { return isalpha(c) || c == '_'; }
 inline bool isIdentifierPart(unsigned char c) { return isalnum(c) || c == '_' || c == '-'; }
 
+// The bytes of a VRML97 name: all but the controls, the blank and " # ' , . [
+// ] \ { }. "=" is left out as well: it begins an EXTERNPROTO field's value.
+struct Vrml97NameBytes {
+  bool part[256] = {};
+  constexpr Vrml97NameBytes() {
+    for (int c = 0x21; c < 256; c++) part[c] = c != 0x7f;
+    for (const char* p = "\"#',.[]\\{}="; *p != 0; p++) part[static_cast<unsigned char>(*p)] = false;
+  }
+};
+constexpr Vrml97NameBytes vrml97NameBytes;
+
+inline bool isVrml97NameStart(unsigned char c) {
+  return vrml97NameBytes.part[c] && !isdigit(c) && c != '+' && c != '-';
+}
+
 }  // namespace
 
 void VPFile::nextToken() {
@@ -476,7 +515,7 @@ void VPFile::nextToken() {
   }
   token = cursor;
   unsigned char c = *cursor;
-  if (isIdentifierStart(c)) {
+  if (vrml97 ? isVrml97NameStart(c) : isIdentifierStart(c)) {
     scanIdentifier();
   } else if (c == '-' || c == '+' || c == '.' || isdigit(c)) {
     scanNumber();
@@ -498,7 +537,11 @@ void VPFile::endToken(int type) {
 }
 
 void VPFile::scanIdentifier() {
-  while (isIdentifierPart(static_cast<unsigned char>(*cursor))) cursor++;
+  if (vrml97) {
+    while (vrml97NameBytes.part[static_cast<unsigned char>(*cursor)]) cursor++;
+  } else {
+    while (isIdentifierPart(static_cast<unsigned char>(*cursor))) cursor++;
+  }
   endToken(TokId);
   if (strcmp(token, "TRUE") == 0) {
     tokType = TokBool;
@@ -1003,8 +1046,10 @@ VPFile::VPFile() {
   for (const char* chunk : libraryChunks) {
     std::vector<char> text(chunk, chunk + strlen(chunk) + 1);  // the tokenizer writes into it
     parseText(text.data());
+    forEachNode(topLevel, [](VPNode* declaration) { declaration->isBuiltin = 1; });
     topLevel = nullptr;
   }
+  vrml97 = vrml97Option;
 }
 
 /* ---------------------------------------------------------------------------
@@ -1234,37 +1279,37 @@ void VPFile::enterNodeName(char* nodeName, VPNode* node) {
 // refer to it. A duplicate name keeps the earlier node in this place.
 VPNodeList* VPFile::parseNode(char* nodeName) {
   nextToken();
-  StringTable::Entry* entry = protos->findString(token);
-  if (entry == nullptr) {
+  VPNode* proto = findProto(token);
+  if (proto == nullptr) {
     if (tokType == TokId) fprintf(stderr, "Line %d node type %s unknown!\n", lineNumber, token);
     pushBack();
     return nullptr;
   }
-  VPNode* proto = static_cast<VPNode*>(entry->data);
   nextToken();
   CHECK(*token == '{');
   VPNodeList* result = newNodeList(newRecord<VPNode>());
   VPNode* node = result->node;
   node->other.refCount = 1;
   node->other.baseProto = proto;
-  if (strcmp(proto->name, "Script") == 0) {
-    node->nodeType = VPNode::SCRIPT;
-    node->other.script.fields = parseInterface(1);
-  } else {
-    node->nodeType = VPNode::OTHER;
-  }
+  node->nodeType = strcmp(proto->name, "Script") == 0 ? VPNode::SCRIPT : VPNode::OTHER;
   VPNode* earlier = nullptr;
-  if (nodeName != nullptr) {
-    node->name = nodeName;
-    earlier = findNamedNode(nodeName);
-    if (earlier != nullptr) {
-      reportError("Duplicate definition for node %s (deleting)!", nodeName);
-      earlier->other.refCount++;
-    } else {
-      enterNodeName(nodeName, node);
+  if (vrml97) {
+    if (nodeName != nullptr) nameNode(node, nodeName);
+    parseScriptFields(node, proto->fields);
+  } else {
+    if (node->nodeType == VPNode::SCRIPT) node->other.script.fields = parseInterface(1);
+    if (nodeName != nullptr) {
+      node->name = nodeName;
+      earlier = findNamedNode(nodeName);
+      if (earlier != nullptr) {
+        reportError("Duplicate definition for node %s (deleting)!", nodeName);
+        earlier->other.refCount++;
+      } else {
+        enterNodeName(nodeName, node);
+      }
     }
+    node->fields = parseNodeFields(proto->fields);
   }
-  node->fields = parseNodeFields(proto->fields);
   nextToken();
   CHECK(*token == '}');
   if (earlier != nullptr) {
@@ -1276,6 +1321,86 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
     proto->instances = instance;
   }
   return result;
+}
+
+// --vrml97: a Script's interface declarations and its other fields in any order.
+// Other nodes have no declarations, and read their fields as ever.
+void VPFile::parseScriptFields(VPNode* node, VPFieldList* declared) {
+  VPFieldList** lastDeclaration = &node->other.script.fields;
+  VPFieldList** lastField = &node->fields;
+  for (;;) {
+    VPFieldList* declarations = node->nodeType == VPNode::SCRIPT ? parseInterface(1) : nullptr;
+    VPFieldList* fields = parseNodeFields(declared);
+    if (declarations == nullptr && fields == nullptr) return;
+    *lastDeclaration = declarations;
+    while (*lastDeclaration != nullptr) lastDeclaration = &(*lastDeclaration)->next;
+    *lastField = fields;
+    while (*lastField != nullptr) lastField = &(*lastField)->next;
+  }
+}
+
+// --vrml97: a name defined again names the new node from here on, in its scope
+// alone: the top level or one PROTO body. The node it was taken from is
+// renamed at the end of the scope if a route names it.
+void VPFile::nameNode(VPNode* node, char* nodeName) {
+  node->name = nodeName;
+  StringTable* names = currentProto != nullptr ? currentProtoNamedNodes : namedNodes;
+  if (StringTable::Entry* entry = names->findString(nodeName)) {
+    hiddenNodes.back().push_back(static_cast<VPNode*>(entry->data));
+    entry->data = node;
+  } else {
+    names->addString(nodeName, node);
+  }
+}
+
+// The routes of a scope are written behind all its nodes, where a name means
+// its last definition: a node that lost its name to a later DEF and has a
+// route gets a name of its own, the old one with "_" and the first number that
+// the scope does not use.
+void VPFile::renameHiddenNodes(StringTable* names) {
+  for (VPNode* node : hiddenNodes.back()) {
+    if (node->other.routesIn == nullptr && node->other.routesOut == nullptr) continue;
+    for (int number = 1;; number++) {
+      std::string candidate = std::string(node->name) + "_" + std::to_string(number);
+      if (names->findString(candidate.c_str()) != nullptr) continue;
+      node->name = copyString(candidate.c_str());
+      names->addString(node->name, node);
+      break;
+    }
+  }
+}
+
+// A declaration among a node's fields belongs to the scope around the node.
+void VPFile::addNestedDeclaration(VPNodeList* declaration) {
+  VPNodeList** last = &nestedDeclarations;
+  while (*last != nullptr) last = &(*last)->next;
+  *last = declaration;
+}
+
+// A PROTO declared in a PROTO body is known in that body alone, before the
+// PROTOs around it.
+VPNode* VPFile::findProto(const char* name) {
+  for (auto scope = localProtos.rbegin(); scope != localProtos.rend(); ++scope) {
+    if (StringTable::Entry* entry = (*scope)->findString(name)) {
+      return static_cast<VPNode*>(entry->data);
+    }
+  }
+  StringTable::Entry* entry = protos->findString(name);
+  return entry != nullptr ? static_cast<VPNode*>(entry->data) : nullptr;
+}
+
+// --vrml97: a declaration of a name that the input declared before replaces it
+// from here on. The standard nodes keep their names: false, nothing declared.
+bool VPFile::declareProto(VPNode* proto) {
+  StringTable::Entry* builtin = protos->findString(proto->name);
+  if (builtin != nullptr && static_cast<VPNode*>(builtin->data)->isBuiltin) return false;
+  StringTable* scope = localProtos.empty() ? protos : localProtos.back();
+  if (StringTable::Entry* entry = scope->findString(proto->name)) {
+    entry->data = proto;
+  } else {
+    scope->addString(proto->name, proto);
+  }
+  return true;
 }
 
 namespace {
@@ -1333,8 +1458,15 @@ VPFieldList* VPFile::parseNodeFields(VPFieldList* declared) {
   VPFieldList** last = &head;
   for (;;) {
     nextToken();
-    while (strcmp(token, "ROUTE") == 0) {
-      parseRoute();
+    for (;;) {
+      if (strcmp(token, "ROUTE") == 0) {
+        parseRoute();
+      } else if (vrml97 && (strcmp(token, "PROTO") == 0 || strcmp(token, "EXTERNPROTO") == 0)) {
+        pushBack();
+        addNestedDeclaration(parseNodeOrProto());
+      } else {
+        break;
+      }
       nextToken();
     }
     FieldFit fit = findBestFit(declared, token);
@@ -1388,8 +1520,12 @@ VPFieldList* VPFile::parseDeclaration(int withValues) {
   if (!withValues) {
     nextToken();
     if (*token != '=') {
-      CHECK(*token == '=' || field->theClass == VPField::EVENT_IN ||
-            field->theClass == VPField::EVENT_OUT);
+      if (vrml97 && field->hasValue()) {
+        cell->flags |= FIELD_NO_DEFAULT;
+      } else {
+        CHECK(*token == '=' || field->theClass == VPField::EVENT_IN ||
+              field->theClass == VPField::EVENT_OUT);
+      }
       pushBack();
       return cell;
     }
@@ -1428,8 +1564,10 @@ VPNodeList* VPFile::parseExternProto() {
   nextToken();
   CHECK(*token == ']');
   result->node->urls = parseMFString();
-  CHECK(protos->findString (result->node->name) == 0);
-  protos->addString(result->node->name, result->node);
+  if (!vrml97 || !declareProto(result->node)) {
+    CHECK(protos->findString (result->node->name) == 0);
+    protos->addString(result->node->name, result->node);
+  }
   return result;
 }
 
@@ -1450,21 +1588,31 @@ VPNodeList* VPFile::parseProto() {
   CHECK(*token == ']');
   nextToken();
   CHECK(*token == '{');
-  CHECK(currentProto == NULL);
+  if (!vrml97) CHECK(currentProto == NULL);
+  VPNode* outerProto = currentProto;
+  StringTable* outerNamedNodes = currentProtoNamedNodes;
   currentProto = proto;
   currentProtoNamedNodes = new StringTable(211, nullptr);
+  localProtos.push_back(new StringTable(211, nullptr));
+  hiddenNodes.emplace_back();
   parseItems(this, &proto->body);
+  renameHiddenNodes(currentProtoNamedNodes);
+  hiddenNodes.pop_back();
+  delete localProtos.back();
+  localProtos.pop_back();
   delete currentProtoNamedNodes;
-  currentProtoNamedNodes = nullptr;
-  currentProto = nullptr;
+  currentProtoNamedNodes = outerNamedNodes;
+  currentProto = outerProto;
   nextToken();
   CHECK(*token == '}');
   popContext();
-  if (protos->findString(proto->name) != nullptr) {
-    reportError("Duplicate definition found for PROTO %s (deleting)!", proto->name);
-    return parseNodeOrProto();
+  if (!vrml97 || !declareProto(proto)) {
+    if (protos->findString(proto->name) != nullptr) {
+      reportError("Duplicate definition found for PROTO %s (deleting)!", proto->name);
+      return parseNodeOrProto();
+    }
+    protos->addString(proto->name, proto);
   }
-  protos->addString(proto->name, proto);
   VPNodeList* cell = newNodeList(proto);
   cell->next = allProtos;
   allProtos = cell;

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <vector>
 
 #include "stringtable.h"
 
@@ -78,6 +79,7 @@ enum {
   FIELD_ROUTED_IN = 8,
   FIELD_ROUTED_OUT = 16,
   FIELD_ROUTE_SOURCE = 32,  ///< on a declaration's or script interface's cell only
+  FIELD_NO_DEFAULT = 64,    ///< an EXTERNPROTO field declared without a value (--vrml97)
 };
 
 struct VPFieldList {
@@ -132,6 +134,7 @@ struct VPNode {
   int visited;  ///< the one mark of all traversals; clear between them
 
   VPValue* urls;            ///< EXTERNPROTO
+  int isBuiltin;            ///< EXTERNPROTO: a standard node of the built-in library
   VPNodeList* body;         ///< PROTO
   VPNodeList* instances;    ///< PROTO: the OTHER nodes of this type, newest first
   VPIsLink* isLinks;        ///< PROTO
@@ -174,6 +177,7 @@ struct VPNode {
   /// The copy of a body node under this root, made once.
   VPNode* copyNode(VPNode* originalNode);
   VPFieldList* copyFieldList(VPNode* newNode, VPFieldList* cells);
+  VPValue* resolvedValue(const VPFieldList* bodyCell);
   /// On a body node: its copy under the given root, or NULL.
   VPNode* findShadow(const VPNode* root);
 
@@ -211,6 +215,8 @@ struct VPNode {
   void foldConstantFields(VPFieldList* cells);
   void pruneSwitchChoices();
   void dropDefName();
+  /// --vrml97: whether nothing in this subtree can act when it is not drawn.
+  bool canBeDropped();
   /// On a PROTO: whether the interface field is still used or tied by IS.
   bool isInterfaceFieldLive(const VPFieldList* cell);
 
@@ -275,6 +281,17 @@ struct VPFile {
   StringTable* protos;             ///< every PROTO and EXTERNPROTO by type name
   StringTable* namedNodes;         ///< DEF names outside PROTO bodies
   VPNodeList* allProtos = nullptr; ///< the input's PROTOs, newest first
+  /// The whole VRML97 language (--vrml97): its names, EXTERNPROTO fields without
+  /// values, Script interfaces anywhere, names and PROTOs defined again, PROTOs
+  /// in PROTO bodies, node values as PROTO defaults.
+  /// Taken from vrml97Option once the built-in library is read.
+  int vrml97 = 0;
+  /// --vrml97: the PROTOs declared in each PROTO body now being read, innermost last.
+  std::vector<StringTable*> localProtos;
+  /// --vrml97: PROTOs declared among the fields of the node being read.
+  VPNodeList* nestedDeclarations = nullptr;
+  /// --vrml97: nodes whose DEF name a later DEF took, by scope, innermost last.
+  std::vector<std::vector<VPNode*>> hiddenNodes;
 
   /// Makes the tables and loads the built-in library of standard nodes.
   VPFile();
@@ -344,6 +361,12 @@ struct VPFile {
   void parseEventIs(VPFieldList* cell);
   void checkAliasForm(VPFieldList* result, VPFieldList* bestFit, bool setForm, bool changedForm);
   void enterNodeName(char* nodeName, VPNode* node);
+  VPNode* findProto(const char* name);
+  bool declareProto(VPNode* proto);
+  void addNestedDeclaration(VPNodeList* declaration);
+  void parseScriptFields(VPNode* node, VPFieldList* declared);
+  void nameNode(VPNode* node, char* nodeName);
+  void renameHiddenNodes(StringTable* names);
 };
 
 /// Two cells of one field hold equal values: exact, by type, for all but node types.
