@@ -134,6 +134,14 @@ VPNode* mappedNode(VPNode* node, int mapShadows) {
   return node;
 }
 
+// --vrml97: an EXTERNPROTO of the input does what it likes with its
+// exposedFields, at any time; only the standard nodes are known.
+bool isOpaqueField(const VPNode* node, const VPField* field) {
+  return vrml97Option && field->theClass == VPField::EXPOSED_FIELD && !field->holdsNodes() &&
+         node->nodeType == VPNode::OTHER && node->other.baseProto->nodeType == VPNode::EXTERNPROTO &&
+         !node->other.baseProto->isBuiltin;
+}
+
 bool isEventClass(const VPField* field) {
   return field->theClass == VPField::EVENT_IN || field->theClass == VPField::EVENT_OUT;
 }
@@ -374,6 +382,7 @@ void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows)
     VPFieldList* effective = findEffectiveField(field);
     // An EXTERNPROTO field without a value may hold anything, and no node of this world.
     if ((effective->flags & FIELD_NO_DEFAULT) && !field->holdsNodes()) current.valueKnown = 0;
+    if (isOpaqueField(this, field)) current.valueKnown = 0;
     current.values = effective->value;  // shared for this merge only
     result->merge(&current, mapShadows);
     current.values = nullptr;
@@ -1013,7 +1022,9 @@ void VPNode::simulateRouteSources() {
   for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
     VPRoute* route = cell->route;
     CHECK(route->sourceNode == this);
-    if (route->sourceField->theClass != VPField::EVENT_OUT) continue;
+    if (route->sourceField->theClass != VPField::EVENT_OUT && !isOpaqueField(this, route->sourceField)) {
+      continue;
+    }
     VPFuzzyValue event(route->sourceField);
     event.valueKnown = 0;
     pushContext("Simulating the %s event", route->sourceField->name);

@@ -21,6 +21,7 @@ for dir in "$cases"/*/; do
   set -f
   (cd "$work" && "$tool" $(cat "$dir/args") >stdout 2>stderr; echo $? >status)
   set +f
+  [ -f "$work/out.wrz" ] && gunzip -c "$work/out.wrz" >"$work/out.wrl" 2>/dev/null
   problems=""
   [ "$(cat "$work/status")" = "$(cat "$dir/expected.status")" ] ||
     problems="$problems status $(cat "$work/status");"

@@ -1,0 +1,149 @@
+#include <gtest/gtest.h>
+
+#include "main.h"
+#include "test_util.h"
+
+namespace {
+
+std::string compressedAsVrml97(const std::string& body) {
+  vrml97Option = 1;
+  std::string written = compressedWorld(body);
+  vrml97Option = 0;
+  return written;
+}
+
+const char kHeader[] = "#VRML V2.0 utf8\n";
+
+struct Construct {
+  const char* what;
+  const char* world;
+  const char* withoutOption;  ///< the start of the report that stops the run, or the output
+  const char* withOption;     ///< the output behind the header
+};
+
+const Construct kConstructs[] = {
+    {"EXTERNPROTO fields without values hold unknown values",
+     R"(EXTERNPROTO Lamp [ exposedField SFBool on eventIn SFBool toggle ] "lamp.wrl"
+DEF L Lamp { }
+DEF S Script { field SFNode lamp USE L eventOut SFBool lit
+  url "javascript: function initialize() { lit = lamp.on; }" }
+ROUTE S.lit TO L.toggle)",
+     "Assertion failed \"*token == '=' || field->theClass == VPField::EVENT_IN",
+     "EXTERNPROTO Lamp [\nexposedField SFBool on\neventIn SFBool toggle\n] \"lamp.wrl\"\n"
+     "DEF L Lamp {\n}\n"
+     "DEF S Script {\nfield SFNode lamp USE L\neventOut SFBool lit\n"
+     "url \"javascript:\nfunction initialize() {\nlit=lamp.on;\n}\n\"\n}\n"
+     "ROUTE S.lit TO L.toggle\n"},
+    {"a Script interface after its url",
+     R"(DEF S Script { url "javascript: function initialize() { lit = true; }" eventOut SFBool lit }
+DEF L PointLight { }
+ROUTE S.lit TO L.on)",
+     "Assertion failed \"*token == '}'\"",
+     "DEF S Script {\neventOut SFBool lit\n"
+     "url \"javascript:\nfunction initialize() {\nlit=true;\n}\n\"\n}\n"
+     "DEF L PointLight {\n}\n"
+     "ROUTE S.lit TO L.on\n"},
+    {"names with VRML97 characters",
+     R"(DEF a+b Transform { }
+DEF x%1 PositionInterpolator { }
+DEF _@P Group { children USE a+b }
+ROUTE x%1.value_changed TO a+b.translation
+USE _@P)",
+     "#VRML V2.0 utf8\n",  // "+b" can begin no node: the reading ends there
+     "DEF a+b Transform {\n}\n"
+     "DEF x%1 PositionInterpolator {\n}\n"
+     "DEF _@P Group {\nchildren USE a+b\n}\n"
+     "USE _@P\n"
+     "ROUTE x%1.value_changed TO a+b.translation\n"},
+    {"a DEF name defined again; the routed earlier node gets a name of its own",
+     R"(DEF A Transform { translation 1 0 0 }
+DEF P PositionInterpolator { }
+ROUTE P.value_changed TO A.translation
+DEF A Transform { translation 2 0 0 }
+Group { children USE A })",
+     "Error: Duplicate definition for node A (deleting)!",
+     "DEF A_1 Transform {\ntranslation 1 0 0\n}\n"
+     "DEF P PositionInterpolator {\n}\n"
+     "DEF A Transform {\ntranslation 2 0 0\n}\n"
+     "Group {\nchildren USE A\n}\n"
+     "ROUTE P.value_changed TO A_1.translation\n"},
+    {"a Script that holds itself",
+     R"(DEF S Script { field SFNode self USE S url "javascript: function initialize() { x = self; }" })",
+     "Assertion failed \"node != NULL\"",
+     "DEF S Script {\nfield SFNode self USE S\n"
+     "url \"javascript:\nfunction initialize() {\nx=self;\n}\n\"\n}\n"},
+    {"a PROTO declared again",
+     R"(PROTO P [ ] { Box { } }
+P { }
+PROTO P [ ] { Sphere { } }
+P { })",
+     "Error: Duplicate definition found for PROTO P (deleting)!",
+     "PROTO P [\n] {\nBox {\n}\n}\n"
+     "P {\n}\n"
+     "PROTO P [\n] {\nSphere {\n}\n}\n"
+     "P {\n}\n"},
+    {"a PROTO in a PROTO body hides the outer one there alone",
+     R"(PROTO Inner [ ] { Box { } }
+PROTO Outer [ ] {
+  PROTO Inner [ ] { Sphere { } }
+  Inner { }
+}
+Outer { }
+Inner { })",
+     "Assertion failed \"currentProto == NULL\"",
+     "PROTO Inner [\n] {\nBox {\n}\n}\n"
+     "PROTO Outer [\n] {\nPROTO Inner [\n] {\nSphere {\n}\n}\nInner {\n}\n}\n"
+     "Outer {\n}\n"
+     "Inner {\n}\n"},
+    {"a PROTO among the fields of a node stands before the node",
+     R"(Transform { PROTO R [ ] { Box { } } children R { } })",
+     "Assertion failed \"*token == '}'\"",
+     "PROTO R [\n] {\nBox {\n}\n}\n"
+     "Transform {\nchildren R {\n}\n}\n"},
+    {"a node as the default of a PROTO field",
+     R"(PROTO Stand [ field MFNode base Switch { whichChoice 0 choice [ Box { } Sphere { } ] } ] {
+  Group { children IS base }
+}
+Stand { }
+Stand { })",
+     "Assertion failed \"nodeType == OTHER || nodeType == SCRIPT\"",
+     "PROTO Stand [\nfield MFNode base Switch {\nwhichChoice 0\nchoice [\nBox {\n}\nGroup {}\n]\n}\n"
+     "] {\nGroup {\nchildren IS base\n}\n}\n"
+     "Stand {\n}\n"
+     "Stand {\n}\n"},
+};
+
+TEST(Vrml97, EachConstructStopsWithoutTheOptionAndRunsWithIt) {
+  for (const Construct& c : kConstructs) {
+    if (strncmp(c.withoutOption, kHeader, strlen(kHeader)) == 0) {
+      EXPECT_EQ(compressedWorld(c.world), c.withoutOption) << c.what;
+    } else {
+      EXPECT_EXIT(compressedWorld(c.world), testing::ExitedWithCode(253),
+                  literally(c.withoutOption))
+          << c.what;
+    }
+    EXPECT_EQ(compressedAsVrml97(c.world), kHeader + std::string(c.withOption)) << c.what;
+  }
+}
+
+TEST(Vrml97, BackslashEscapesOnlyAQuoteAndABackslash) {
+  const char* world = R"(Script { url "javascript: function initialize() { print('a\nb', \"c\\d\"); }" })";
+  std::string body = "Script {\nurl \"javascript:\nfunction initialize() {\n";
+  EXPECT_EQ(compressedWorld(world),
+            kHeader + body + "print('anb',\\\"c\\\\d\\\");\n}\n\"\n}\n");
+  EXPECT_EQ(compressedAsVrml97(world),
+            kHeader + body + "print('a\\\\nb',\\\"c\\\\d\\\");\n}\n\"\n}\n");
+}
+
+TEST(Vrml97, ExternprotoFieldWithoutValueIsNeverAConstant) {
+  // Without a value the Switch may show anything: nothing is cut.
+  const char* world = R"(EXTERNPROTO Chooser [ exposedField SFInt32 which ] "chooser.wrl"
+DEF C Chooser { }
+DEF SW Switch { choice [ Box { } Sphere { } ] }
+ROUTE C.which TO SW.whichChoice
+DEF S Script { field SFNode c USE C url "javascript: function initialize() { c.which = c.which; }" })";
+  std::string written = compressedAsVrml97(world);
+  EXPECT_NE(written.find("choice [\nBox {\n}\nSphere {\n}\n]"), std::string::npos) << written;
+}
+
+}  // namespace
