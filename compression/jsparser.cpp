@@ -82,6 +82,7 @@ void JSParser::nextToken() {
     return;
   }
   *cursor = savedChar;
+  lineBeforeToken = lineNumber;
   cursor = skipSpaceAndComments(cursor, &lineNumber);
   token = cursor;
   tokenLine = lineNumber;
@@ -202,15 +203,36 @@ bool groupsRight(int level) { return level <= TokBitAnd; }
 }  // namespace
 
 // Script: { Function } end of text
+// --vrml97: Script: { Function | Statement } end of text
 void JSParser::parseScript(char* text) {
   lineNumber = 1;
   cursor = text;
   savedChar = *text;
   pushedBack = 0;
   JSFunction** last = &functions;
-  while (JSFunction* function = parseFunction()) {
-    *last = function;
-    last = &function->next;
+  JSFunction* load = nullptr;
+  JSStatement** lastLoaded = nullptr;
+  for (;;) {
+    if (JSFunction* function = parseFunction()) {
+      *last = function;
+      last = &function->next;
+      continue;
+    }
+    nextToken();
+    pushBack();
+    if (!vrml97Option || tokType == TokNone) break;
+    if (load == nullptr) {
+      load = newRecord<JSFunction>();
+      load->name = copyString(kLoadFunctionName);
+      lastLoaded = &load->body;
+    }
+    *lastLoaded = parseStatement();
+    CHECK(*lastLoaded != NULL);
+    while (*lastLoaded != nullptr) lastLoaded = &(*lastLoaded)->next;
+  }
+  if (load != nullptr) {
+    load->next = functions;
+    functions = load;
   }
   nextToken();
   CHECK(tokType == TokNone);
@@ -338,7 +360,7 @@ JSStatement* JSParser::parseWhile() {
 JSStatement* JSParser::parseJump(int type) {
   JSStatement* stmt = newStatement(type);
   nextToken();
-  if (tokType == TokId) {
+  if (tokType == TokId && !lineBreakBeforeToken()) {
     stmt->label = copyString(token);
     nextToken();
   }
@@ -350,7 +372,9 @@ JSStatement* JSParser::parseJump(int type) {
 // Return: "return" [ Expression ] StatementEnd
 JSStatement* JSParser::parseReturn() {
   JSStatement* stmt = newStatement(JSStatement::RETURN);
-  stmt->expr = parseExpression();
+  nextToken();
+  pushBack();
+  if (!lineBreakBeforeToken()) stmt->expr = parseExpression();
   parseStatementEnd();
   return stmt;
 }
@@ -387,13 +411,18 @@ JSStatement* JSParser::parseExpressionStatement() {
   return stmt;
 }
 
-// StatementEnd: ";" — a missing one is a recoverable error.
+// --vrml97: the token stands on a later line than the one before it, which
+// ends a statement that can end there (automatic semicolon insertion).
+bool JSParser::lineBreakBeforeToken() const { return vrml97Option && tokenLine > lineBeforeToken; }
+
+// StatementEnd: ";" — a missing one is a recoverable error. Under --vrml97 a
+// line break, a "}" or the end of the text stands for it.
 void JSParser::parseStatementEnd() {
   nextToken();
-  if (*token != ';') {
-    reportError("Line %d: ';' expected, got '%s'", tokenLine, token);
-    pushBack();
-  }
+  if (*token == ';') return;
+  pushBack();
+  if (vrml97Option && (tokType == TokNone || *token == '}' || lineBreakBeforeToken())) return;
+  reportError("Line %d: ';' expected, got '%s'", tokenLine, token);
 }
 
 // Expression: "delete" Expression | "var" ExpressionList | Assignment [ "," Assignment ]
@@ -512,7 +541,7 @@ JSExpression* JSParser::parsePostfix() {
   if (expr == nullptr) return nullptr;
   for (;;) {
     nextToken();
-    if (tokType != TokUnary) {
+    if (tokType != TokUnary || lineBreakBeforeToken()) {
       pushBack();
       return expr;
     }
@@ -830,6 +859,10 @@ void printStatements(FILE* stream, const JSStatement* stmt) {
 
 void JSParser::printFunctions(FILE* stream) {
   for (const JSFunction* function = functions; function != nullptr; function = function->next) {
+    if (strcmp(function->name, kLoadFunctionName) == 0) {
+      printStatements(stream, function->body);
+      continue;
+    }
     fprintf(stream, "function %s(", function->name);
     for (const JSParam* param = function->params; param != nullptr; param = param->next) {
       fprintf(stream, param == function->params ? "%s" : ",%s", param->name);

@@ -154,6 +154,10 @@ struct JSFunction {
   JSStackEntry* stack;  ///< argument lists of the calls now being simulated
 };
 
+/// --vrml97: the statements outside the functions of a script stand, in their
+/// order, in the body of a function of this name, which no script can call.
+constexpr char kLoadFunctionName[] = "(load)";
+
 /// Zeroed records of the syntax tree, kept to the end of the run.
 JSExpression* newExpression(int type);
 JSStatement* newStatement(int type);
@@ -168,6 +172,7 @@ struct JSParser {
   char savedChar = 0;      ///< the character that the token's NUL overwrote
   char* token = nullptr;
   int tokenLine = 0;       ///< the line on which the current token starts
+  int lineBeforeToken = 0; ///< the line on which the token before it ends
   int tokType = TokNone;
   union {
     int32_t intValue;
@@ -185,6 +190,9 @@ struct JSParser {
   int changeCount = 0;   ///< assignments of the running call that changed something
   int callDepth = 0;     ///< simulated calls now nested
   JSFunction* prunedFunction = nullptr;  ///< the function being rewritten
+  /// --vrml97: code that the simulator does not follow; it has no functions,
+  /// and its Script is written as read and taken to do anything it can.
+  int opaque = 0;
 
   JSParser();
 
@@ -221,6 +229,8 @@ struct JSParser {
 
   // Rewriting by what the simulation marked.
   void pruneScript(JSContext* context);
+  /// Ends an entry that a failed check broke off, and makes the code opaque.
+  void abandonEntry();
   JSStatement* pruneStatements(JSStatement* stmts);
   JSStatement* pruneStatement(JSStatement* stmt, int inList);
   JSStatement* pruneRequired(JSStatement* stmt, int inList);
@@ -247,6 +257,7 @@ struct JSParser {
   JSStatement* parseCase();
   JSStatement* parseExpressionStatement();
   void parseStatementEnd();
+  bool lineBreakBeforeToken() const;
   JSExpression* parseExpression();
   JSExpression* parseVar();
   JSExpression* parseAssignment();

@@ -318,6 +318,24 @@ void JSParser::releaseVariables() {
   variables = nullptr;
 }
 
+void JSParser::abandonEntry() {
+  for (JSFunction* fn = functions; fn != nullptr; fn = fn->next) {
+    while (JSStackEntry* entry = fn->stack) {
+      fn->stack = entry->next;
+      delete entry;
+    }
+  }
+  if (variables != nullptr) releaseVariables();
+  releaseAtoms();
+  ourContext = nullptr;
+  varGarbageList = nullptr;
+  changeCount = 0;
+  callDepth = 0;
+  prunedFunction = nullptr;
+  functions = nullptr;
+  opaque = 1;
+}
+
 // Scope: variables of the call, then functions of the script, then the
 // context; a name that nothing knows becomes a variable of the call.
 JSAtom* JSParser::resolveName(const char* name) {

@@ -36,6 +36,15 @@ ContextCell* myStack = nullptr;  // newest first
 int warningCount = 0;
 int alertCount = 0;
 
+// The depth of the context stack at the start of each trial now running.
+std::vector<size_t>* trialDepths = new std::vector<size_t>;
+
+size_t contextDepth() {
+  size_t depth = 0;
+  for (const ContextCell* cell = myStack; cell != nullptr; cell = cell->next) depth++;
+  return depth;
+}
+
 // The passes recurse once per level of nesting in the world and once per event
 // delivery in a chain; sanitizer frames are several times larger.
 #ifdef WORLDPARE_SANITIZE
@@ -96,7 +105,17 @@ void popContext() {
   delete cell;
 }
 
+void beginTrial() { trialDepths->push_back(contextDepth()); }
+
+void endTrial() { trialDepths->pop_back(); }
+
+void abandonTrial() {
+  while (contextDepth() > trialDepths->back()) popContext();
+  trialDepths->pop_back();
+}
+
 void reportError(const char* format, ...) {
+  if (!trialDepths->empty()) throw TrialFailed{};
   va_list args;
   va_start(args, format);
   reportCounted(&warningCount, leniency ? "Warning" : "Error", "Further warnings suppressed\n",
@@ -113,6 +132,7 @@ void reportAlert(const char* format, ...) {
 }
 
 void assertionFailed(const char* expression, const char* file, int line) {
+  if (!trialDepths->empty()) throw TrialFailed{};
   const char* slash = strrchr(file, '/');
   fprintf(stderr, "Assertion failed \"%s\", File: %s, Line: %d:\n", expression,
           slash != nullptr ? slash + 1 : file, line);

@@ -24,6 +24,29 @@ void reportAlert(const char* format, ...) WORLDPARE_PRINTF(1);
 /// Removes a partial output file and ends the process with status -3.
 [[noreturn]] void stopRun();
 
+/// What a failed check or an error throws, instead of stopping, inside a trial.
+struct TrialFailed {};
+/// Runs `attempt`: true if it ends, false if a check or an error within it
+/// fails; reports are then silent, and the context stack is as it was before.
+template <class Attempt>
+bool runTrial(Attempt attempt);
+void beginTrial();
+void endTrial();
+void abandonTrial();
+
+template <class Attempt>
+bool runTrial(Attempt attempt) {
+  beginTrial();
+  try {
+    attempt();
+  } catch (const TrialFailed&) {
+    abandonTrial();
+    return false;
+  }
+  endTrial();
+  return true;
+}
+
 /// Nonzero when --vrml97 was given: the whole VRML97 language is read.
 extern int vrml97Option;
 

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <unordered_set>
+#include <vector>
 
 #include "main.h"
 
@@ -294,6 +296,62 @@ bool VPFuzzyValue::sameUnknown(const VPFuzzyValue* other) const {
   return !valueKnown && !other->valueKnown;
 }
 
+namespace {
+
+// Nodes that opaque Scripts can reach, with the body nodes of those that are copies.
+std::unordered_set<const VPNode*> opaqueReach;
+
+// The nodes that a Script can reach through its node-valued fields and those
+// of the nodes it reaches, itself included.
+std::vector<VPNode*> reachableNodes(VPNode* script) {
+  std::unordered_set<VPNode*> seen = {script};
+  std::vector<VPNode*> nodes = {script};
+  for (size_t i = 0; i < nodes.size(); i++) {
+    auto reach = [&](VPNode* child) {
+      if (seen.insert(child).second) nodes.push_back(child);
+    };
+    forEachNodeIn(nodes[i]->fields, reach);
+    if (nodes[i]->nodeType == VPNode::SCRIPT) forEachNodeIn(nodes[i]->other.script.fields, reach);
+  }
+  return nodes;
+}
+
+// What a field of an opaque Script may hold: anything, or any node it reaches.
+void mergeAnyValue(VPNode* script, VPFuzzyValue* result, int mapShadows) {
+  VPFuzzyValue any(result->field);
+  if (!any.field->holdsNodes()) {
+    any.valueKnown = 0;
+    result->merge(&any, mapShadows);
+    return;
+  }
+  for (VPNode* node : reachableNodes(script)) pushCell(&any.values)->node = node;
+  result->merge(&any, mapShadows);
+  any.freeValues();
+}
+
+}  // namespace
+
+bool isReachedByOpaqueScript(const VPNode* node) { return opaqueReach.count(node) != 0; }
+
+bool VPNode::isOpaqueScript() const { return nodeType == SCRIPT && other.script.program->opaque; }
+
+namespace {
+
+// One entry into a script's code. Under --vrml97 a check that fails in it
+// makes the code opaque instead of stopping the run: what the entry did so far
+// stands, and another round of the simulation lets the opaque Script act.
+template <class Entry>
+void enterScript(JSParser* program, Entry entry) {
+  if (!vrml97Option) {
+    entry();
+  } else if (!program->opaque && !runTrial(entry)) {
+    program->abandonEntry();
+    fuzzyChangeCount++;
+  }
+}
+
+}  // namespace
+
 VPFuzzyValue* VPNode::findFuzzy(const VPField* field) {
   for (VPFuzzyValue* record = other.values; record != nullptr; record = record->next) {
     if (record->field == field) return record;
@@ -375,9 +433,13 @@ void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows)
   }
   if (VPFuzzyValue* record = findFuzzy(field)) {
     result->merge(record, mapShadows);
-    return;
+    if (!isOpaqueScript()) return;
   }
   VPFuzzyValue current(field);
+  if (isOpaqueScript()) {
+    mergeAnyValue(this, result, mapShadows);
+    return;
+  }
   if (field->hasValue()) {
     VPFieldList* effective = findEffectiveField(field);
     // An EXTERNPROTO field without a value may hold anything, and no node of this world.
@@ -542,14 +604,31 @@ JSAtom* VPJSContext::makeAtom(VPFuzzyValue* fuzzy, int isArray) {
   }
 }
 
-void VPJSContext::queueEvent(VPNode* node, VPFuzzyValue* eventData) {
-  node->storeEvent(eventData);
-  if (eventData->field->theClass == VPField::FIELD) {
-    eventData->freeValues();
-    delete eventData;
-    return;
+namespace {
+
+// An event that its owner releases unless it is handed on, also when a failed
+// check of a trial unwinds the call (--vrml97).
+struct PendingEvent {
+  VPFuzzyValue* event;
+  ~PendingEvent() {
+    if (event == nullptr) return;
+    event->freeValues();
+    delete event;
   }
-  eventQueue = new VPQueuedEvent{eventQueue, node, eventData};
+  VPFuzzyValue* handOn() {
+    VPFuzzyValue* handed = event;
+    event = nullptr;
+    return handed;
+  }
+};
+
+}  // namespace
+
+void VPJSContext::queueEvent(VPNode* node, VPFuzzyValue* eventData) {
+  PendingEvent pending = {eventData};
+  node->storeEvent(eventData);
+  if (eventData->field->theClass == VPField::FIELD) return;
+  eventQueue = new VPQueuedEvent{eventQueue, node, pending.handOn()};
 }
 
 void VPJSContext::flushEvents() {
@@ -699,13 +778,13 @@ int VPJSObject::assign(JSAtom* val) {
   CHECK(fieldName != NULL);
   markField(FIELD_WRITE);
   for (VPNodeList* cell = nodes; cell != nullptr; cell = cell->next) {
-    VPFuzzyValue* e = new VPFuzzyValue(cell->node->fieldByName(fieldName));
+    PendingEvent e = {new VPFuzzyValue(cell->node->fieldByName(fieldName))};
     if (val->type == JSAtom::UNKNOWN || !val->valueKnown) {
-      e->valueKnown = 0;
+      e.event->valueKnown = 0;
     } else {
-      fillEvent(e, val, isArray);
+      fillEvent(e.event, val, isArray);
     }
-    context->queueEvent(cell->node, e);
+    context->queueEvent(cell->node, e.handOn());
   }
   return fuzzyChangeCount != changeCountBefore;
 }
@@ -932,7 +1011,10 @@ void VPNode::runScriptFunction(VPFuzzyValue* eventData) {
   timestamp->valueKnown = 0;
   JSAtomList second = {nullptr, timestamp};
   JSAtomList args = {&second, context.makeAtom(eventData, field->isMFField())};
-  program->simulateCall(field->name, &context, &args);
+  enterScript(program, [&]() {
+    program->simulateCall(field->name, &context, &args);
+    if (vrml97Option) program->simulateCall("eventsProcessed", &context, nullptr);
+  });
   context.flushEvents();
 }
 
@@ -1009,8 +1091,13 @@ void VPNode::initializeNode() {
     forEachNode(other.generic.implementation, initialize);
   } else {
     forEachNodeIn(other.script.fields, initialize);
-    VPJSContext context(this, other.script.program, 0);
-    other.script.program->simulateCall("initialize", &context, nullptr);
+    JSParser* program = other.script.program;
+    VPJSContext context(this, program, 0);
+    if (vrml97Option) {
+      enterScript(program, [&]() { program->simulateCall(kLoadFunctionName, &context, nullptr); });
+      context.flushEvents();
+    }
+    enterScript(program, [&]() { program->simulateCall("initialize", &context, nullptr); });
     context.flushEvents();
   }
   popContext();
@@ -1033,6 +1120,78 @@ void VPNode::simulateRouteSources() {
   }
 }
 
+namespace {
+
+// An event of any value of the field's type; a node value is any of `nodes`.
+VPFuzzyValue* anyValueEvent(VPField* field, const std::vector<VPNode*>& nodes) {
+  VPFuzzyValue* event = new VPFuzzyValue(field);
+  if (!field->holdsNodes()) {
+    event->valueKnown = 0;
+    return event;
+  }
+  for (VPNode* node : nodes) pushCell(&event->values)->node = node;
+  return event;
+}
+
+bool hasDirectOutput(VPNode* script) {
+  VPField* field = script->fieldByName("directOutput");
+  VPFieldList* cell = field != nullptr ? script->findEffectiveField(field) : nullptr;
+  return cell != nullptr && cell->value != nullptr && cell->value->intValue;
+}
+
+// With directOutput, an opaque Script may set any field of a node it reaches.
+void setAnyField(VPNode* node, VPFieldList* declarations, const std::vector<VPNode*>& reach) {
+  for (VPFieldList* cell = declarations; cell != nullptr; cell = cell->next) {
+    VPField* field = cell->field;
+    if (field->theClass == VPField::EVENT_OUT) continue;
+    VPFuzzyValue* event = anyValueEvent(field, reach);
+    pushContext("Setting %s::%s.%s", node->other.baseProto->name, nameOrNull(node->name),
+                field->name);
+    if (field->theClass == VPField::FIELD) {
+      node->storeEvent(event);
+    } else {
+      node->receiveEvent(event);
+    }
+    popContext();
+    event->freeValues();
+    delete event;
+  }
+}
+
+}  // namespace
+
+// --vrml97: a Script whose code is not simulated may read every node it
+// reaches, set any of their fields with directOutput, and send any value from
+// any of its fields at any time.
+void VPNode::simulateOpaqueScript() {
+  std::vector<VPNode*> reach = reachableNodes(this);
+  bool direct = hasDirectOutput(this);
+  for (VPNode* node : reach) {
+    opaqueReach.insert(node);
+    if (node->other.shadowedNode != nullptr) opaqueReach.insert(node->other.shadowedNode);
+    VPFieldList* interface = node->nodeType == SCRIPT ? node->other.script.fields : nullptr;
+    for (VPFieldList* cell = node->other.baseProto->fields; cell != nullptr; cell = cell->next) {
+      cell->flags |= FIELD_READ | FIELD_WRITE;
+    }
+    for (VPFieldList* cell = interface; cell != nullptr; cell = cell->next) {
+      cell->flags |= FIELD_READ | FIELD_WRITE;
+    }
+    if (!direct || node == this) continue;
+    setAnyField(node, node->other.baseProto->fields, reach);
+    setAnyField(node, interface, reach);
+  }
+  for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
+    VPRoute* route = cell->route;
+    CHECK(route->sourceNode == this);
+    VPFuzzyValue* event = anyValueEvent(route->sourceField, reach);
+    pushContext("Simulating the %s event", route->sourceField->name);
+    sendEvent(event);
+    popContext();
+    event->freeValues();
+    delete event;
+  }
+}
+
 void VPNode::simulateNodeEvents() {
   if (visited) return;
   visited = 1;
@@ -1042,6 +1201,7 @@ void VPNode::simulateNodeEvents() {
   forEachNodeIn(fields, simulate);
   if (nodeType == SCRIPT) {
     forEachNodeIn(other.script.fields, simulate);
+    if (other.script.program->opaque) simulateOpaqueScript();
   } else {
     forEachNode(other.generic.implementation, simulate);
     if (other.baseProto->nodeType == EXTERNPROTO) simulateRouteSources();
@@ -1117,8 +1277,9 @@ void VPNode::pruneScripts() {
   bool found = findUrlCell() != nullptr;
   if (!vrml97Option) CHECK(found);
   {
-    VPJSContext context(this, other.script.program, 1);
-    other.script.program->pruneScript(&context);
+    JSParser* program = other.script.program;
+    VPJSContext context(this, program, 1);
+    enterScript(program, [&]() { program->pruneScript(&context); });
   }
   forEachNodeIn(other.script.fields, prune);
 }
@@ -1170,7 +1331,7 @@ void VPNode::nukeDeadScriptFields() {
   auto nuke = [](VPNode* node) { node->nukeDeadScriptFields(); };
   forEachNodeIn(fields, nuke);
   if (nodeType == PROTO) forEachNode(body, nuke);
-  if (nodeType != SCRIPT) return;
+  if (nodeType != SCRIPT || other.script.program->opaque) return;
   VPFieldList* cell = other.script.fields;
   while (cell != nullptr) {
     VPFieldList* next = cell->next;

@@ -40,6 +40,10 @@ extern int cascadeEventCount;
 /// Falls to 0 when the loop message has been given, once for the process.
 extern int loopCheckArmed;
 
+/// --vrml97: whether an opaque Script can reach the node (or the body node of
+/// this copy) through node-valued fields: nothing there may be cut or folded.
+bool isReachedByOpaqueScript(const VPNode* node);
+
 /// An event already simulated into a Script: an unknown value on the same
 /// eventIn is not simulated again until some new record appears.
 struct VPEventRecord {

@@ -16,6 +16,35 @@
 
 namespace {
 
+const char* const kInlineSchemes[] = {"javascript:", "vrmlscript:", "ecmascript:"};
+
+// --vrml97: the code of a url entry that holds inline code, as a new string,
+// or NULL. A backslash escapes only a quote and a backslash.
+char* inlineScriptText(const char* entry) {
+  if (*entry++ != '"') return nullptr;
+  const char* code = nullptr;
+  for (const char* scheme : kInlineSchemes) {
+    if (strncmp(entry, scheme, strlen(scheme)) == 0) code = entry + strlen(scheme);
+  }
+  if (code == nullptr) return nullptr;
+  char* text = copyString(code);
+  char* out = text;
+  for (const char* t = code; *t != 0 && *t != '"'; t++) {
+    if (*t == '\\' && (t[1] == '"' || t[1] == '\\')) t++;
+    *out++ = *t;
+  }
+  *out = 0;
+  return text;
+}
+
+// --vrml97: code that reaches what the simulation cannot follow: routes made
+// and nodes made from text while the world runs.
+bool changesTheWorldAtRunTime(const char* text) {
+  return strstr(text, "addRoute") != nullptr || strstr(text, "deleteRoute") != nullptr ||
+         strstr(text, "createVrmlFrom") != nullptr || strstr(text, "loadURL") != nullptr ||
+         strstr(text, "replaceWorld") != nullptr;
+}
+
 // Turns the url string, as the file wrote it, into the plain script text, in
 // place: the quote and the scheme go, and each backslash escape is resolved.
 char* extractScript(VPFieldList* urlCell) {
@@ -120,9 +149,8 @@ void VPNode::scanScript() {
   VPFieldList* urlCell = findUrlCell();
   bool found = urlCell != nullptr;
   other.script.program = new JSParser;
-  if (vrml97Option && !found) {
-    char noCode[] = "";  // --vrml97: a Script without url does nothing
-    other.script.program->parseScript(noCode);
+  if (vrml97Option) {
+    scanVrml97Script(urlCell);
   } else {
     CHECK(found);
     other.script.program->parseScript(extractScript(urlCell));
@@ -131,6 +159,22 @@ void VPNode::scanScript() {
     scanCell(cell);
   }
   popContext();
+}
+
+// --vrml97: the first entry of the url is the script when it holds inline code
+// that the simulator can follow; any other Script is opaque: it keeps its url
+// as read and is taken to do anything that it can (vrmlcascade.cpp).
+void VPNode::scanVrml97Script(VPFieldList* urlCell) {
+  JSParser* program = other.script.program;
+  char* text = nullptr;
+  if (urlCell == nullptr) {
+    text = copyString("");  // a Script without code does nothing
+  } else if (urlCell->value != nullptr) {
+    text = inlineScriptText(urlCell->value->string);
+  }
+  bool simulated = text != nullptr && !changesTheWorldAtRunTime(text) &&
+                   runTrial([program, text]() { program->parseScript(text); });
+  if (!simulated) program->abandonEntry();
 }
 
 /* ---------------------------------------------------------------------------
@@ -490,6 +534,7 @@ void VPNode::foldNode() {
 // A body field tied to a parameter that every instance leaves at one value
 // gets that value of its own.
 void VPNode::foldConstantFields(VPFieldList* cells) {
+  if (isReachedByOpaqueScript(this)) return;
   for (VPFieldList* cell = cells; cell != nullptr; cell = cell->next) {
     VPField* field = cell->field;
     if (cell->redirect == nullptr || field->isMFField() || field->theType == VPField::SFNode) {
@@ -558,7 +603,7 @@ void VPNode::cutSwitchChoices() {
   VPFuzzyValue record(field);
   getFuzzyValue(&record, field, 0);
   VPFieldList* children = findField(fieldByName("choice"));
-  if (vrml97Option && children == nullptr) return;  // nothing to choose from
+  if (vrml97Option && (children == nullptr || isReachedByOpaqueScript(this))) return;
   CHECK(children != NULL);
   if (record.valueKnown && children->redirect == nullptr) {
     int32_t index = 0;
@@ -584,6 +629,7 @@ bool isBindable(const VPNode* node) {
 
 bool canActUndrawn(const VPNode* node) {
   if (node->nodeType != VPNode::OTHER || node->isProtoInstance() || isBindable(node) ||
+      isReachedByOpaqueScript(node) ||
       node->other.routesIn != nullptr || node->other.routesOut != nullptr) {
     return true;
   }
@@ -621,7 +667,7 @@ void VPNode::dropDefName() {
   if (visited) return;
   visited = 1;
   if ((nodeType == OTHER || nodeType == SCRIPT) && other.refCount == 1 &&
-      other.routesIn == nullptr && other.routesOut == nullptr) {
+      other.routesIn == nullptr && other.routesOut == nullptr && !isReachedByOpaqueScript(this)) {
     name = nullptr;
   }
   auto drop = [](VPNode* node) { node->dropDefName(); };

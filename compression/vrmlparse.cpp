@@ -1713,9 +1713,9 @@ void VPNode::writeInstance(FILE* stream) {
   fprintf(stream, "%s {\n", other.baseProto->name);
   if (nodeType == SCRIPT) writeFieldList(other.script.fields, stream, 1, 0);
   for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) {
-    if (nodeType == SCRIPT && other.script.program != nullptr &&
+    if (nodeType == SCRIPT && other.script.program != nullptr && !other.script.program->opaque &&
         strcmp(cell->field->name, "url") == 0) {
-      writeProgram(stream);
+      writeProgram(stream, cell->value != nullptr ? cell->value->next : nullptr);
     } else {
       writeField(cell, stream, 1, 1);
     }
@@ -1724,11 +1724,16 @@ void VPNode::writeInstance(FILE* stream) {
 }
 
 // The parsed script replaces the url's string: one javascript: URL, whatever
-// scheme and alternatives the input had.
-void VPNode::writeProgram(FILE* stream) {
-  writeText(stream, "url \"javascript:\n");
+// scheme the input had. The other entries (--vrml97) follow it as read.
+void VPNode::writeProgram(FILE* stream, const VPValue* alternatives) {
+  writeText(stream, alternatives != nullptr ? "url [\n\"javascript:\n" : "url \"javascript:\n");
   other.script.program->printFunctions(stream);
   writeText(stream, "\"\n");
+  if (alternatives == nullptr) return;
+  for (; alternatives != nullptr; alternatives = alternatives->next) {
+    fprintf(stream, "%s\n", alternatives->string);
+  }
+  writeText(stream, "]\n");
 }
 
 void VPNode::writeFieldList(VPFieldList* list, FILE* stream, int withValues, int isInstance) {

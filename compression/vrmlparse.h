@@ -223,13 +223,16 @@ struct VPNode {
  private:
   void writeDeclaration(FILE* stream);
   void writeInstance(FILE* stream);
-  void writeProgram(FILE* stream);
+  void writeProgram(FILE* stream, const VPValue* alternatives);
   void scanCell(VPFieldList* cell);
   void scanScript();
+  void scanVrml97Script(VPFieldList* urlCell);
   void simulateRouteSources();
   void mergeShadow(VPShadow* shadowIter, VPFuzzyValue*** cursor, int mergeValues);
   bool eventAlreadySimulated(const VPFuzzyValue* eventData);
   void runScriptFunction(VPFuzzyValue* eventData);
+  void simulateOpaqueScript();
+  bool isOpaqueScript() const;
   void cutSwitchChoices();
 };
 
