@@ -152,6 +152,7 @@ struct JSFunction {
   JSStatement* body;
   int called;           ///< set by every simulated call; left at 0, the function is dead
   JSStackEntry* stack;  ///< argument lists of the calls now being simulated
+  StringTable* locals;  ///< --vrml97: its parameters and var names, made at first need
 };
 
 /// --vrml97: the statements outside the functions of a script stand, in their
@@ -193,6 +194,7 @@ struct JSParser {
   /// --vrml97: code that the simulator does not follow; it has no functions,
   /// and its Script is written as read and taken to do anything it can.
   int opaque = 0;
+  JSFunction* runningFunction = nullptr;  ///< of the innermost simulated call
 
   JSParser();
 
@@ -284,6 +286,8 @@ struct JSParser {
   JSAtom* simulateBinary(JSExpression* expr);
   JSAtom* simulateRelation(JSExpression* expr);
   JSAtom* simulateAssign(JSExpression* expr);
+  void requireFollowedStore(JSExpression* target, JSAtom* left);
+  bool isLocalName(const char* name);
   JSAtom* simulateConditional(JSExpression* expr);
   JSAtom* simulatePostfix(JSExpression* expr);
   JSAtom* simulateIndex(JSExpression* expr);

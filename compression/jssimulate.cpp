@@ -395,6 +395,8 @@ JSAtom* JSParser::simulateFunction(JSFunction* fn, JSAtomList* args) {
   }
   CHECK(callDepth < kMaxCallDepth);
   callDepth++;
+  JSFunction* savedFunction = runningFunction;
+  runningFunction = fn;
   StringTable* savedVariables = variables;
   JSVarList* savedVarGarbageList = varGarbageList;
   int savedChangeCount = changeCount;
@@ -412,6 +414,7 @@ JSAtom* JSParser::simulateFunction(JSFunction* fn, JSAtomList* args) {
   variables = savedVariables;
   varGarbageList = savedVarGarbageList;
   changeCount = savedChangeCount;
+  runningFunction = savedFunction;
   callDepth--;
   return result != nullptr ? result : newAtom(JSAtom::VOID);
 }
@@ -604,12 +607,85 @@ JSAtom* JSParser::simulateAssign(JSExpression* expr) {
   JSAtom* v = simulateValue(expr->binary.expr2);
   bool plain = strcmp(expr->binary.token, "=") == 0;
   JSAtom* result = plain ? v : nullptr;
+  if (vrml97Option && v != nullptr && v->type == JSAtom::OBJECT) {
+    requireFollowedStore(expr->binary.expr1, left);
+  }
   if (left == nullptr || left->type == JSAtom::UNKNOWN) return result;
   CHECK(left->type == JSAtom::OBJECT && left->valueKnown && left->values != NULL &&
         left->values->next == NULL);
   if (v == nullptr) return result;
   if (left->values->object->assign(plain ? v : newAtom(JSAtom::UNKNOWN))) changeCount++;
   return result;
+}
+
+namespace {
+
+void addDeclaredNames(const JSExpression* expr, StringTable* names) {
+  if (expr == nullptr || expr->type != JSExpression::VAR) return;
+  for (const JSArg* arg = expr->var.argList; arg != nullptr; arg = arg->next) {
+    const JSExpression* declared = arg->expr;
+    if (declared->type == JSExpression::BINARY) declared = declared->binary.expr1;
+    if (declared->type == JSExpression::OBJECT) names->addString(declared->object.name, nullptr);
+  }
+}
+
+// The names that `var` declares in the statements, nested ones too.
+void addDeclaredNames(const JSStatement* stmt, StringTable* names) {
+  for (; stmt != nullptr; stmt = stmt->next) {
+    switch (stmt->type) {
+    case JSStatement::FOR:
+      addDeclaredNames(stmt->forStmt.init, names);
+      addDeclaredNames(stmt->forStmt.body, names);
+      break;
+    case JSStatement::IF:
+      addDeclaredNames(stmt->ifStmt.stmt1, names);
+      addDeclaredNames(stmt->ifStmt.stmt2, names);
+      break;
+    case JSStatement::WHILE:
+      addDeclaredNames(stmt->whileStmt.body, names);
+      break;
+    case JSStatement::SWITCH:
+      addDeclaredNames(stmt->switchStmt.body, names);
+      break;
+    case JSStatement::BLOCK:
+      addDeclaredNames(stmt->stmts, names);
+      break;
+    case JSStatement::EXPRESSION:
+      addDeclaredNames(stmt->expr, names);
+      break;
+    default:
+      break;
+    }
+  }
+}
+
+}  // namespace
+
+// A name that lives no longer than a call of the running function: one of its
+// parameters or var names. The statements outside the functions have none.
+bool JSParser::isLocalName(const char* name) {
+  JSFunction* fn = runningFunction;
+  if (fn == nullptr || strcmp(fn->name, kLoadFunctionName) == 0) return false;
+  if (fn->locals == nullptr) {
+    fn->locals = new StringTable(211, nullptr);
+    for (JSParam* param = fn->params; param != nullptr; param = param->next) {
+      fn->locals->addString(param->name, nullptr);
+    }
+    addDeclaredNames(fn->body, fn->locals);
+  }
+  return fn->locals->findString(name) != nullptr;
+}
+
+// --vrml97: an object stored where the simulation loses it (an element of an
+// unknown value, a global that outlives the call) would let an unknown value
+// stand for a node of the world; such code is not followed (opaque).
+void JSParser::requireFollowedStore(JSExpression* target, JSAtom* left) {
+  bool followed = left != nullptr && left->type == JSAtom::OBJECT;
+  if (followed && target->type == JSExpression::OBJECT &&
+      variables->findString(target->object.name) != nullptr) {
+    followed = isLocalName(target->object.name);
+  }
+  CHECK(followed);
 }
 
 JSAtom* JSParser::simulateConditional(JSExpression* expr) {
@@ -907,7 +983,9 @@ void JSParser::pruneScript(JSContext* context) {
     variables = new StringTable(211, nullptr);
     CHECK(varGarbageList == NULL);
     prunedFunction = fn;
+    runningFunction = fn;
     fn->body = pruneStatements(fn->body);
+    runningFunction = nullptr;
     prunedFunction = nullptr;
     releaseVariables();
     link = &fn->next;

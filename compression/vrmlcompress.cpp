@@ -2,6 +2,7 @@
 // and DEF names.
 #include "vrmlcompress.h"
 
+#include <algorithm>
 #include <cstring>
 #include <unordered_set>
 #include <vector>
@@ -582,17 +583,6 @@ void VPNode::pruneSwitchChoices() {
   }
 }
 
-namespace {
-
-bool recordHoldsInt(const VPFuzzyValue* record, int32_t value) {
-  for (const VPValue* cell = record->values; cell != nullptr; cell = cell->next) {
-    if (cell->intValue == value) return true;
-  }
-  return false;
-}
-
-}  // namespace
-
 // Children whose index whichChoice can never hold become holes, so that every
 // other child keeps its index.
 void VPNode::cutSwitchChoices() {
@@ -602,20 +592,26 @@ void VPNode::cutSwitchChoices() {
   CHECK(field->theType == VPField::SFInt32);
   VPFuzzyValue record(field);
   getFuzzyValue(&record, field, 0);
+  bool known = record.valueKnown;
+  std::vector<int32_t> choices;
+  for (const VPValue* cell = record.values; cell != nullptr; cell = cell->next) {
+    choices.push_back(cell->intValue);
+  }
+  record.freeValues();
   VPFieldList* children = findField(fieldByName("choice"));
   if (vrml97Option && (children == nullptr || isReachedByOpaqueScript(this))) return;
   CHECK(children != NULL);
-  if (record.valueKnown && children->redirect == nullptr) {
-    int32_t index = 0;
-    for (VPNodeList* cell = children->value; cell != nullptr; cell = cell->next, index++) {
-      VPNode* child = cell->node;
-      if (child == nullptr || recordHoldsInt(&record, index)) continue;
-      if (vrml97Option && !child->canBeDropped()) continue;
-      cell->node = nullptr;
-      child->dropReference();
+  if (!known || children->redirect != nullptr) return;
+  int32_t index = 0;
+  for (VPNodeList* cell = children->value; cell != nullptr; cell = cell->next, index++) {
+    VPNode* child = cell->node;
+    if (child == nullptr || std::find(choices.begin(), choices.end(), index) != choices.end()) {
+      continue;
     }
+    if (vrml97Option && !child->canBeDropped()) continue;
+    cell->node = nullptr;
+    child->dropReference();
   }
-  record.freeValues();
 }
 
 namespace {

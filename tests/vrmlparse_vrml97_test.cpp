@@ -68,10 +68,10 @@ Group { children USE A })",
      "Group {\nchildren USE A\n}\n"
      "ROUTE P.value_changed TO A_1.translation\n"},
     {"a Script that holds itself",
-     R"(DEF S Script { field SFNode self USE S url "javascript: function initialize() { x = self; }" })",
+     R"(DEF S Script { field SFNode self USE S url "javascript: function initialize() { var x = self; }" })",
      "Assertion failed \"node != NULL\"",
      "DEF S Script {\nfield SFNode self USE S\n"
-     "url \"javascript:\nfunction initialize() {\nx=self;\n}\n\"\n}\n"},
+     "url \"javascript:\nfunction initialize() {\nvar x=self;\n}\n\"\n}\n"},
     {"a PROTO declared again",
      R"(PROTO P [ ] { Box { } }
 P { }

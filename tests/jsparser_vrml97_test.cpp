@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+
+#include "main.h"
+#include "test_util.h"
+
+namespace {
+
+// Runs `body` as a run with --vrml97 would.
+template <class Body>
+auto asVrml97(Body body) {
+  vrml97Option = 1;
+  auto result = body();
+  vrml97Option = 0;
+  return result;
+}
+
+TEST(Vrml97Scripts, SemicolonsAreInsertedAsEcmaScriptSays) {
+  struct {
+    const char* script;
+    const char* printed;
+  } cases[] = {
+      {"function f() { a = 1\n b = 2 }", "function f() {\na=1;\nb=2;\n}\n"},
+      {"function f() { x = 1 }", "function f() {\nx=1;\n}\n"},
+      {"function f() { if (a) b = 1\n else c = 2\n }", "function f() {\nif(a)b=1;\nelse c=2;\n}\n"},
+      // The restricted forms: a line break ends return and break, and comes
+      // before a prefix, not a postfix, operator.
+      {"function f() { return\n a }", "function f() {\nreturn;\na;\n}\n"},
+      {"function f() { while (a) { break\n b } }", "function f() {\nwhile(a){\nbreak;\nb;\n}\n}\n"},
+      {"function f() { a\n++b }", "function f() {\na;\n++b;\n}\n"},
+      // Statements outside the functions come first, in their order.
+      {"var k = 2\nfunction f() { }\nk = 3", "var k=2;\nk=3;\nfunction f() {\n}\n"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(asVrml97([&]() { return printedScript(c.script); }), c.printed) << c.script;
+  }
+  EXPECT_EXIT(printedScript("function f() { a = 1\n b = 2 }"), testing::ExitedWithCode(253),
+              literally("Error: Line 2: ';' expected, got 'b'"));
+  EXPECT_EXIT(printedScript("var k = 2; function f() { }"), testing::ExitedWithCode(253),
+              checkReport("tokType == TokNone"));
+}
+
+struct ScriptCase {
+  const char* what;
+  const char* world;
+  const char* withoutOption;  ///< the start of the report that stops the run
+  const char* written;        ///< the output with --vrml97, behind the header
+};
+
+const ScriptCase kScriptCases[] = {
+    {"statements outside the functions run before initialize",
+     R"(DEF S Script { eventOut SFBool lit url "javascript: lit = true; function initialize() { }" }
+DEF L PointLight { }
+ROUTE S.lit TO L.on)",
+     "Assertion failed \"tokType == TokNone\"",
+     "DEF S Script {\neventOut SFBool lit\n"
+     "url \"javascript:\nlit=true;\nfunction initialize() {\n}\n\"\n}\n"
+     "DEF L PointLight {\n}\n"
+     "ROUTE S.lit TO L.on\n"},
+    {"a url whose first entry is inline code keeps its other entries",
+     R"(DEF S Script { eventOut SFBool lit
+  url [ "javascript: function initialize() { lit = true; }" "lit.js" ] }
+DEF L PointLight { }
+ROUTE S.lit TO L.on)",
+     "Assertion failed \"value->next == NULL\"",
+     "DEF S Script {\neventOut SFBool lit\n"
+     "url [\n\"javascript:\nfunction initialize() {\nlit=true;\n}\n\"\n\"lit.js\"\n]\n}\n"
+     "DEF L PointLight {\n}\n"
+     "ROUTE S.lit TO L.on\n"},
+    {"eventsProcessed runs after each event",
+     R"(DEF TS TouchSensor { }
+DEF S Script { eventIn SFTime touch eventOut SFBool lit field SFBool seen FALSE
+  url "javascript: function touch(t) { seen = true; } function eventsProcessed() { lit = seen; }" }
+DEF L PointLight { }
+ROUTE TS.touchTime TO S.touch
+ROUTE S.lit TO L.on)",
+     nullptr,
+     "DEF TS TouchSensor {\n}\n"
+     "DEF S Script {\neventIn SFTime touch\neventOut SFBool lit\nfield SFBool seen FALSE\n"
+     "url \"javascript:\nfunction touch(t) {\nseen=true;\n}\n"
+     "function eventsProcessed() {\nlit=seen;\n}\n\"\n}\n"
+     "DEF L PointLight {\n}\n"
+     "ROUTE TS.touchTime TO S.touch\n"
+     "ROUTE S.lit TO L.on\n"},
+    {"an opaque Script: the url as read, the whole interface, every child of what it reaches",
+     R"(DEF SW Switch { whichChoice 0 choice [ Box { } Sphere { } ] }
+DEF L PointLight { }
+DEF S Script { field SFNode sw USE SW eventOut SFBool unused eventOut SFBool lit
+  url [ "switcher.class" "javascript: function initialize() { }" ] }
+ROUTE S.lit TO L.on)",
+     "Assertion failed \"value->next == NULL\"",
+     "DEF SW Switch {\nwhichChoice 0\nchoice [\nBox {\n}\nSphere {\n}\n]\n}\n"
+     "DEF L PointLight {\n}\n"
+     "DEF S Script {\nfield SFNode sw USE SW\neventOut SFBool unused\neventOut SFBool lit\n"
+     "url [\n\"switcher.class\"\n\"javascript: function initialize() { }\"\n]\n}\n"
+     "ROUTE S.lit TO L.on\n"},
+    {"a Script that keeps a node in a global is opaque",
+     R"(DEF T Transform { }
+DEF TS TouchSensor { }
+DEF S Script { field SFNode t USE T eventIn SFTime go
+  url "javascript: function initialize() { target = t; } function go(v) { target.scale = v; }" }
+ROUTE TS.touchTime TO S.go)",
+     nullptr,
+     "DEF T Transform {\n}\n"
+     "DEF TS TouchSensor {\n}\n"
+     "DEF S Script {\nfield SFNode t USE T\neventIn SFTime go\n"
+     "url \"javascript: function initialize() { target = t; } function go(v) { target.scale = v; }\"\n"
+     "}\n"
+     "ROUTE TS.touchTime TO S.go\n"},
+    {"a Script that a check stops becomes opaque",
+     R"(DEF G Group { }
+Script { field SFNode g USE G url "javascript: function initialize() { g.toString(); }" })",
+     "Error: Node Group::G does not have a field named toString",
+     "DEF G Group {\n}\n"
+     "Script {\nfield SFNode g USE G\n"
+     "url \"javascript: function initialize() { g.toString(); }\"\n}\n"},
+};
+
+TEST(Vrml97Scripts, EachPointWithAndWithoutTheOption) {
+  for (const ScriptCase& c : kScriptCases) {
+    if (c.withoutOption != nullptr) {
+      EXPECT_EXIT(compressedWorld(c.world), testing::ExitedWithCode(253),
+                  literally(c.withoutOption))
+          << c.what;
+    }
+    EXPECT_EQ(asVrml97([&]() { return compressedWorld(c.world); }),
+              "#VRML V2.0 utf8\n" + std::string(c.written))
+        << c.what;
+  }
+}
+
+TEST(Vrml97Scripts, DirectOutputLetsAnOpaqueScriptSetWhatItReaches) {
+  // The Script may set whichChoice: nothing may be taken for a constant, and
+  // the value that it may set travels on along the route.
+  std::string written = asVrml97([]() {
+    return compressedWorld(R"(DEF SW Switch { whichChoice 0 choice [ Box { } Sphere { } ] }
+DEF COPY Switch { whichChoice 0 choice [ Box { } Sphere { } ] }
+ROUTE SW.whichChoice TO COPY.whichChoice
+Script { directOutput TRUE field SFNode sw USE SW url "switcher.js" })");
+  });
+  EXPECT_EQ(written.find("Group {}"), std::string::npos) << written;
+  EXPECT_NE(written.find("ROUTE SW.whichChoice TO COPY.whichChoice"), std::string::npos);
+}
+
+}  // namespace
