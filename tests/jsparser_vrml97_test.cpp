@@ -128,6 +128,22 @@ TEST(Vrml97Scripts, EachPointWithAndWithoutTheOption) {
   }
 }
 
+TEST(Vrml97Scripts, ConstructsThatTheSimulatorDoesNotModelMakeTheScriptOpaque) {
+  const char* scripts[] = {
+      "function initialize() { do { n = n + 1; } while (n < 3); }",
+      "function initialize() { var a = [1, 2]; }",
+      "function initialize() { try { f(); } catch (e) { } }",
+      "var f = function () { };",
+  };
+  for (const char* script : scripts) {
+    std::string world = std::string("Script { url \"javascript: ") + script + "\" }";
+    EXPECT_EXIT(compressedWorld(world), testing::ExitedWithCode(253), "") << script;
+    EXPECT_EQ(asVrml97([&]() { return compressedWorld(world); }),
+              std::string("#VRML V2.0 utf8\nScript {\nurl \"javascript: ") + script + "\"\n}\n")
+        << script;
+  }
+}
+
 TEST(Vrml97Scripts, DirectOutputLetsAnOpaqueScriptSetWhatItReaches) {
   // The Script may set whichChoice: nothing may be taken for a constant, and
   // the value that it may set travels on along the route.
