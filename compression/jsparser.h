@@ -194,6 +194,8 @@ struct JSParser {
   /// --vrml97: code that the simulator does not follow; it has no functions,
   /// and its Script is written as read and taken to do anything it can.
   int opaque = 0;
+  /// --vrml97: the code makes routes or nodes while the world runs.
+  int makesRoutes = 0;
   JSFunction* runningFunction = nullptr;  ///< of the innermost simulated call
 
   JSParser();
@@ -287,6 +289,7 @@ struct JSParser {
   JSAtom* simulateRelation(JSExpression* expr);
   JSAtom* simulateAssign(JSExpression* expr);
   void requireFollowedStore(JSExpression* target, JSAtom* left);
+  void assignComponentOwner(JSExpression* target);
   bool isLocalName(const char* name);
   JSAtom* simulateConditional(JSExpression* expr);
   JSAtom* simulatePostfix(JSExpression* expr);

@@ -610,7 +610,10 @@ JSAtom* JSParser::simulateAssign(JSExpression* expr) {
   if (vrml97Option && v != nullptr && v->type == JSAtom::OBJECT) {
     requireFollowedStore(expr->binary.expr1, left);
   }
-  if (left == nullptr || left->type == JSAtom::UNKNOWN) return result;
+  if (left == nullptr || left->type == JSAtom::UNKNOWN) {
+    if (vrml97Option) assignComponentOwner(expr->binary.expr1);
+    return result;
+  }
   CHECK(left->type == JSAtom::OBJECT && left->valueKnown && left->values != NULL &&
         left->values->next == NULL);
   if (v == nullptr) return result;
@@ -674,6 +677,19 @@ bool JSParser::isLocalName(const char* name) {
     addDeclaredNames(fn->body, fn->locals);
   }
   return fn->locals->findString(name) != nullptr;
+}
+
+// --vrml97: `v[0] = x` and `v.x = x` change the whole of v, which may be a
+// field whose change is an event: v takes an unknown value.
+void JSParser::assignComponentOwner(JSExpression* target) {
+  bool isComponent = target->type == JSExpression::INDEX ||
+                     (target->type == JSExpression::BINARY && *target->binary.token == '.');
+  if (!isComponent) return;
+  JSAtom* owner = simulateExpression(target->binary.expr1);
+  if (owner == nullptr || owner->type != JSAtom::OBJECT) return;
+  for (JSAtomValue* cell = owner->values; cell != nullptr; cell = cell->next) {
+    if (cell->object->assign(newAtom(JSAtom::UNKNOWN))) changeCount++;
+  }
 }
 
 // --vrml97: an object stored where the simulation loses it (an element of an

@@ -1161,11 +1161,11 @@ void setAnyField(VPNode* node, VPFieldList* declarations, const std::vector<VPNo
 }  // namespace
 
 // --vrml97: a Script whose code is not simulated may read every node it
-// reaches, set any of their fields with directOutput, and send any value from
-// any of its fields at any time.
+// reaches, set any of their fields with directOutput (or by routes that it
+// makes), and send any value from any of its fields at any time.
 void VPNode::simulateOpaqueScript() {
   std::vector<VPNode*> reach = reachableNodes(this);
-  bool direct = hasDirectOutput(this);
+  bool direct = hasDirectOutput(this) || other.script.program->makesRoutes;
   for (VPNode* node : reach) {
     opaqueReach.insert(node);
     if (node->other.shadowedNode != nullptr) opaqueReach.insert(node->other.shadowedNode);

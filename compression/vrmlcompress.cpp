@@ -173,7 +173,8 @@ void VPNode::scanVrml97Script(VPFieldList* urlCell) {
   } else if (urlCell->value != nullptr) {
     text = inlineScriptText(urlCell->value->string);
   }
-  bool simulated = text != nullptr && !changesTheWorldAtRunTime(text) &&
+  program->makesRoutes = text != nullptr && changesTheWorldAtRunTime(text);
+  bool simulated = text != nullptr && !program->makesRoutes &&
                    runTrial([program, text]() { program->parseScript(text); });
   if (!simulated) program->abandonEntry();
 }
@@ -227,6 +228,17 @@ VPValue* VPNode::resolvedValue(const VPFieldList* bodyCell) {
   return head;
 }
 
+// --vrml97: a route out of a copy that is an instance, to a node copied after
+// that instance was expanded, leaves from the body copies inside it as well,
+// as the routes that the expansion redirected do.
+void VPNode::redirectLateRoute(VPNode* source, VPField* sourceField, VPNode* dest,
+                               VPField* destField) {
+  if (!source->isProtoInstance()) return;
+  for (VPIsLink* link = source->other.generic.isLinks; link != nullptr; link = link->next) {
+    if (link->protoField == sourceField) addRoute(link->node, link->nodeField, dest, destField);
+  }
+}
+
 VPNode* VPNode::findShadow(const VPNode* root) {
   for (VPShadow* shadow = other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
     if (shadow->root == root) return shadow->shadow;
@@ -250,6 +262,7 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
     VPNode* sourceCopy = cell->route->sourceNode->findShadow(this);
     if (sourceCopy != nullptr) {
       addRoute(sourceCopy, cell->route->sourceField, newNode, cell->route->destField);
+      if (vrml97Option) redirectLateRoute(sourceCopy, cell->route->sourceField, newNode, cell->route->destField);
     }
   }
   VPShadow* shadow = newRecord<VPShadow>();

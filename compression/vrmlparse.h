@@ -183,6 +183,8 @@ struct VPNode {
 
   /// Makes the route and puts it at the head of both ends' lists.
   static void addRoute(VPNode* source, VPField* sourceField, VPNode* dest, VPField* destField);
+  static void redirectLateRoute(VPNode* source, VPField* sourceField, VPNode* dest,
+                                VPField* destField);
   /// The cell of the field named "url" among the fields that the node sets.
   VPFieldList* findUrlCell();
   bool isProtoInstance() const {

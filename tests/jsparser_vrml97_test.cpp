@@ -144,6 +144,30 @@ TEST(Vrml97Scripts, ConstructsThatTheSimulatorDoesNotModelMakeTheScriptOpaque) {
   }
 }
 
+TEST(Vrml97Scripts, EventsThatOnlyTheWiderRulesSeeKeepTheirReceivers) {
+  struct {
+    const char* what;
+    const char* world;
+  } cases[] = {
+      {"a component assignment changes the whole eventOut",
+       R"(DEF TS TouchSensor { }
+DEF A Script { eventIn SFTime go eventOut SFVec3f out url "javascript: function go(t) { out[0] = 1; }" }
+DEF R Script { eventIn SFVec3f receive url "javascript: function receive(v) { print(v); }" }
+ROUTE TS.touchTime TO A.go
+ROUTE A.out TO R.receive)"},
+      {"a Script that makes routes may deliver to every eventIn it reaches",
+       R"(DEF R Script { eventIn SFVec3f receive url "javascript: function receive(v) { print(v); }" }
+Script { field SFNode r USE R
+  url "javascript: function initialize() { Browser.addRoute(r, 'receive', r, 'receive'); }" })"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(compressedWorld(c.world).find("function receive"), std::string::npos) << c.what;
+    std::string written = asVrml97([&]() { return compressedWorld(c.world); });
+    EXPECT_NE(written.find("function receive(v) {\nprint(v);\n}"), std::string::npos)
+        << c.what << "\n" << written;
+  }
+}
+
 TEST(Vrml97Scripts, DirectOutputLetsAnOpaqueScriptSetWhatItReaches) {
   // The Script may set whichChoice: nothing may be taken for a constant, and
   // the value that it may set travels on along the route.

@@ -135,6 +135,22 @@ TEST(Vrml97, BackslashEscapesOnlyAQuoteAndABackslash) {
             kHeader + body + "print('a\\\\nb',\\\"c\\\\d\\\");\n}\n\"\n}\n");
 }
 
+TEST(Vrml97, RouteFromANestedInstanceToALaterBodyNodeCarriesItsEvents) {
+  // SCR is copied after the copy of A1 was expanded: the route must still
+  // leave from the TouchSensor inside A1, or touch and its function go.
+  const char* world = R"(PROTO Arrow [ eventOut SFTime touchTime ] { TouchSensor { touchTime IS touchTime } }
+PROTO Panel [ ] {
+  DEF A1 Arrow { }
+  DEF SCR Script { eventIn SFTime touch url "javascript: function touch(t) { print(t); }" }
+  ROUTE A1.touchTime TO SCR.touch
+}
+Panel { })";
+  EXPECT_EQ(compressedWorld(world).find("function touch"), std::string::npos);
+  std::string written = compressedAsVrml97(world);
+  EXPECT_NE(written.find("PROTO Arrow [\neventOut SFTime touchTime\n]"), std::string::npos) << written;
+  EXPECT_NE(written.find("function touch(t) {\nprint(t);\n}"), std::string::npos) << written;
+}
+
 TEST(Vrml97, ExternprotoFieldWithoutValueIsNeverAConstant) {
   // Without a value the Switch may show anything: nothing is cut.
   const char* world = R"(EXTERNPROTO Chooser [ exposedField SFInt32 which ] "chooser.wrl"
