@@ -216,7 +216,10 @@ JSAtom* JSParser::greaterOperator(JSAtom* left, JSAtom* right) {
 }
 
 JSAtom* JSParser::notOperator(JSAtom* src) {
-  if (src->type == JSAtom::UNKNOWN) return unknownOf(JSAtom::BOOLEAN);
+  // --vrml97: the negation of any other value is a truth value as well.
+  if (src->type == JSAtom::UNKNOWN || (vrml97Option && src->type != JSAtom::BOOLEAN)) {
+    return unknownOf(JSAtom::BOOLEAN);
+  }
   if (src->type != JSAtom::BOOLEAN) CHECK(0);
   if (!src->valueKnown) return src;
   CHECK(src->values != NULL && src->values->next == NULL);

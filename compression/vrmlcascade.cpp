@@ -597,6 +597,7 @@ JSAtom* VPJSContext::makeAtom(VPFuzzyValue* fuzzy, int isArray) {
     return objectAtom(parser, object);
   }
   case VPField::SFString:
+    if (vrml97Option) return parser->newAtom(JSAtom::UNKNOWN);  // strings are not followed
     CHECK(0);
     return nullptr;
   default:
@@ -702,14 +703,24 @@ VPJSObject* VPJSObject::fieldNodes() {
   return object;
 }
 
+namespace {
+
+// A read result owns copies of the cells; the strings stay with the run.
+void releaseReadResult(VPFuzzyValue* result) {
+  releaseCells(result->values, result->field->theType);
+  result->values = nullptr;
+  delete result;
+}
+
+}  // namespace
+
 JSAtom* VPJSObject::getValue() {
   CHECK(fieldName != NULL);
   markField(FIELD_READ);
   VPFuzzyValue* currentFuzzy = this->currentFuzzy();
   CHECK(currentFuzzy->next == NULL);
   JSAtom* atom = context->makeAtom(currentFuzzy, isArray);
-  currentFuzzy->freeValues();
-  delete currentFuzzy;
+  releaseReadResult(currentFuzzy);
   return atom;
 }
 
@@ -893,9 +904,7 @@ bool holdsOneValue(VPJSObject* object) {
     CHECK(fuzzyValue->values != NULL);
     single = fuzzyValue->values->next == nullptr;
   }
-  releaseCells(fuzzyValue->values, fuzzyValue->field->theType);
-  fuzzyValue->values = nullptr;
-  delete fuzzyValue;
+  releaseReadResult(fuzzyValue);
   return single;
 }
 

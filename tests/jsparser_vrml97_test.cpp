@@ -168,6 +168,19 @@ Script { field SFNode r USE R
   }
 }
 
+TEST(Vrml97Scripts, NegationOfANumberAndStringReadsAreFollowed) {
+  const char* world = R"(DEF S Script { eventIn SFInt32 set field SFString label "a" eventOut SFBool lit
+  url "javascript: function set(n) { lit = !n; print(label); }" }
+DEF I Script { eventOut SFInt32 n url "javascript: function initialize() { n = 2; }" }
+DEF L PointLight { }
+ROUTE I.n TO S.set
+ROUTE S.lit TO L.on)";
+  EXPECT_EXIT(compressedWorld(world), testing::ExitedWithCode(253), checkReport("0"));
+  std::string written = asVrml97([&]() { return compressedWorld(world); });
+  EXPECT_NE(written.find("function set(n) {\nlit=!n;\nprint(label);\n}"), std::string::npos)
+      << written;
+}
+
 TEST(Vrml97Scripts, DirectOutputLetsAnOpaqueScriptSetWhatItReaches) {
   // The Script may set whichChoice: nothing may be taken for a constant, and
   // the value that it may set travels on along the route.
