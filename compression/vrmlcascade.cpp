@@ -551,39 +551,49 @@ JSAtom* VPJSContext::lookupField(VPNode* node, const char* name) {
   return objectAtom(parser, object);
 }
 
+namespace {
+
+// The atom of a truth value or a number: unknown, or one cell per value of the
+// record; an event field that nobody set reads as zero.
+JSAtom* scalarAtom(JSParser* parser, const VPFuzzyValue* fuzzy) {
+  VPField* field = fuzzy->field;
+  bool isBool = field->theType == VPField::SFBool;
+  JSAtom* atom = parser->newAtom(isBool ? JSAtom::BOOLEAN : JSAtom::FLOAT);
+  if (!fuzzy->valueKnown) {
+    atom->valueKnown = 0;
+    return atom;
+  }
+  JSAtomValue value = {};
+  if (fuzzy->values == nullptr) {
+    CHECK(field->theClass == VPField::EVENT_OUT || field->theClass == VPField::EVENT_IN);
+    atom->values = new JSAtomValue(value);
+    return atom;
+  }
+  JSAtomValue** last = &atom->values;
+  if (isBool) {
+    VPValue* fieldValue = fuzzy->values;
+    CHECK(fieldValue->next == NULL);
+    value.truth = fieldValue->intValue;
+    appendAtomValue(&last, value);
+    return atom;
+  }
+  for (VPValue* cell = fuzzy->values; cell != nullptr; cell = cell->next) {
+    value.number = field->theType == VPField::SFInt32 ? float(cell->intValue) : cell->floatValue;
+    appendAtomValue(&last, value);
+  }
+  return atom;
+}
+
+}  // namespace
+
 JSAtom* VPJSContext::makeAtom(VPFuzzyValue* fuzzy, int isArray) {
   VPField* field = fuzzy->field;
   switch (field->theType) {
   case VPField::SFBool:
   case VPField::SFFloat:
   case VPField::SFInt32:
-  case VPField::SFTime: {
-    bool isBool = field->theType == VPField::SFBool;
-    JSAtom* atom = parser->newAtom(isBool ? JSAtom::BOOLEAN : JSAtom::FLOAT);
-    if (!fuzzy->valueKnown) {
-      atom->valueKnown = 0;
-      return atom;
-    }
-    JSAtomValue value = {};
-    if (fuzzy->values == nullptr) {
-      CHECK(field->theClass == VPField::EVENT_OUT || field->theClass == VPField::EVENT_IN);
-      atom->values = new JSAtomValue(value);
-      return atom;
-    }
-    JSAtomValue** last = &atom->values;
-    if (isBool) {
-      VPValue* fieldValue = fuzzy->values;
-      CHECK(fieldValue->next == NULL);
-      value.truth = fieldValue->intValue;
-      appendAtomValue(&last, value);
-      return atom;
-    }
-    for (VPValue* cell = fuzzy->values; cell != nullptr; cell = cell->next) {
-      value.number = field->theType == VPField::SFInt32 ? float(cell->intValue) : cell->floatValue;
-      appendAtomValue(&last, value);
-    }
-    return atom;
-  }
+  case VPField::SFTime:
+    return scalarAtom(parser, fuzzy);
   case VPField::SFNode:
   case VPField::MFNode: {
     int valueKnown = fuzzy->valueKnown;
