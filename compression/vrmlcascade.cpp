@@ -857,7 +857,7 @@ JSAtom* VPJSObject::getMember(const char* memberName) {
     VPNode* node = cell->node;
     VPField* field2 = node->fieldByName(memberName);
     if (field2 == nullptr) {
-      if (!context->mapShadows) {
+      if (!context->mapShadows && !vrml97Option) {
         reportError("Node %s::%s does not have a field named %s", node->other.baseProto->name,
                     nameOrNull(node->name), memberName);
       }
@@ -870,7 +870,10 @@ JSAtom* VPJSObject::getMember(const char* memberName) {
       CHECK(!field2->isMFField ());
     }
   }
-  return found ? objectAtom(context->parser, result) : nullptr;
+  if (found) return objectAtom(context->parser, result);
+  // --vrml97: a member that no node has is a method or a property of the
+  // script's own, such as toString: its value is not followed.
+  return vrml97Option ? context->parser->newAtom(JSAtom::UNKNOWN) : nullptr;
 }
 
 JSAtom* VPJSObject::getElement(JSAtom*) {

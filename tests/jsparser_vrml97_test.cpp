@@ -106,13 +106,20 @@ ROUTE TS.touchTime TO S.go)",
      "url \"javascript: function initialize() { target = t; } function go(v) { target.scale = v; }\"\n"
      "}\n"
      "ROUTE TS.touchTime TO S.go\n"},
-    {"a Script that a check stops becomes opaque",
+    {"a method of a node is read as an unknown value",
      R"(DEF G Group { }
-Script { field SFNode g USE G url "javascript: function initialize() { g.toString(); }" })",
+Script { field SFNode g USE G url "javascript: function initialize() { print(g.toString()); }" })",
      "Error: Node Group::G does not have a field named toString",
      "DEF G Group {\n}\n"
      "Script {\nfield SFNode g USE G\n"
-     "url \"javascript: function initialize() { g.toString(); }\"\n}\n"},
+     "url \"javascript:\nfunction initialize() {\nprint(g.toString());\n}\n\"\n}\n"},
+    {"a Script that a check stops becomes opaque",
+     R"(DEF G Group { }
+Script { field SFNode g USE G url "javascript: function initialize() { g.children = new MFNode(); }" })",
+     "Assertion failed \"eventData->valueKnown && fuzzy->valueKnown\"",
+     "DEF G Group {\n}\n"
+     "Script {\nfield SFNode g USE G\n"
+     "url \"javascript: function initialize() { g.children = new MFNode(); }\"\n}\n"},
 };
 
 TEST(Vrml97Scripts, EachPointWithAndWithoutTheOption) {
