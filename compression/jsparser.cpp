@@ -605,9 +605,11 @@ JSExpression* JSParser::parsePrimary() {
   } else if (tokType == TokFloat) {
     expr = newExpression(JSExpression::FLOAT);
     expr->floatValue = tokValue.floatValue;
+    if (vrml97Option) expr->literal = copyString(token);
   } else if (tokType == TokInt) {
     expr = newExpression(JSExpression::INT);
     expr->intValue = tokValue.intValue;
+    if (vrml97Option) expr->literal = copyString(token);
   } else if (tokType == TokBool) {
     expr = newExpression(JSExpression::BOOLEAN);
     expr->boolValue = tokValue.intValue;
@@ -686,6 +688,7 @@ char leadingChar(const JSExpression* expr) {
   case JSExpression::CALL:
     return leadingChar(expr->call.function);
   case JSExpression::FLOAT: {
+    if (expr->literal != nullptr) return expr->literal[0];
     char text[32];
     formatFloat(text, expr->floatValue);
     return text[0];
@@ -757,13 +760,21 @@ void printExpression(FILE* stream, const JSExpression* expr) {
     printText(stream, ")");
     return;
   case JSExpression::FLOAT: {
+    if (expr->literal != nullptr) {
+      printText(stream, expr->literal);
+      return;
+    }
     char text[32];
     *formatFloat(text, expr->floatValue) = 0;
     printText(stream, text);
     return;
   }
   case JSExpression::INT:
-    fprintf(stream, "%d", expr->intValue);
+    if (expr->literal != nullptr) {
+      printText(stream, expr->literal);
+    } else {
+      fprintf(stream, "%d", expr->intValue);
+    }
     return;
   case JSExpression::BOOLEAN:
     printText(stream, expr->boolValue ? "true" : "false");

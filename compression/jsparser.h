@@ -64,6 +64,7 @@ struct JSExpression {
 
   int type;
   int simulated;
+  char* literal;  ///< --vrml97: a number as the script wrote it, printed as written
   union {
     struct {
       char* name;

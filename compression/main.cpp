@@ -328,7 +328,10 @@ void readFloat(const char* text, float* value) {
   }
 }
 
+// --vrml97: the shortest text that reads back as the same float, so that a
+// number of the world keeps its value.
 char* formatFloat(char* buffer, float value) {
+  if (vrml97Option) return std::to_chars(buffer, buffer + 32, value).ptr;
   return std::to_chars(buffer, buffer + 32, double(value), std::chars_format::general, 6).ptr;
 }
 

@@ -92,6 +92,7 @@ void readHexadecimal(const char* digits, int32_t* value);
 /// A correctly rounded float, as the C library's "%f" scan reads it.
 void readFloat(const char* text, float* value);
 /// The text of printf("%g") for the float widened to double; returns its end.
+/// Under --vrml97 the shortest text that reads back as the same float.
 char* formatFloat(char* buffer, float value);
 
 #endif
