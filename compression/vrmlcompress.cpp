@@ -675,8 +675,12 @@ void VPFile::dropDefNames() {
 void VPNode::dropDefName() {
   if (visited) return;
   visited = 1;
+  // --vrml97: an Anchor's url "#name" names a Viewpoint by its DEF.
+  bool namedByAnchors = vrml97Option && nodeType == OTHER &&
+                        strcmp(other.baseProto->name, "Viewpoint") == 0;
   if ((nodeType == OTHER || nodeType == SCRIPT) && other.refCount == 1 &&
-      other.routesIn == nullptr && other.routesOut == nullptr && !isReachedByOpaqueScript(this)) {
+      other.routesIn == nullptr && other.routesOut == nullptr && !isReachedByOpaqueScript(this) &&
+      !namedByAnchors) {
     name = nullptr;
   }
   auto drop = [](VPNode* node) { node->dropDefName(); };

@@ -100,6 +100,10 @@ Inner { })",
      "Assertion failed \"*token == '}'\"",
      "PROTO R [\n] {\nBox {\n}\n}\n"
      "Transform {\nchildren R {\n}\n}\n"},
+    {"a Viewpoint keeps its DEF for the url \"#name\" of an Anchor",
+     R"(DEF Front Viewpoint { } Anchor { url "#Front" } DEF a+b Group { })",
+     "#VRML V2.0 utf8\nViewpoint {\n}\nAnchor {\nurl \"#Front\"\n}\n",
+     "DEF Front Viewpoint {\n}\nAnchor {\nurl \"#Front\"\n}\nGroup {\n}\n"},
     {"a node as the default of a PROTO field",
      R"(PROTO Stand [ field MFNode base Switch { whichChoice 0 choice [ Box { } Sphere { } ] } ] {
   Group { children IS base }
