@@ -932,7 +932,10 @@ int VPJSObject::isNeeded() {
     CHECK(fieldList != NULL);
     if (fieldList->field->theClass == VPField::EVENT_IN) return 1;
     flags |= fieldList->flags;
-    if (fieldList->field->isMFField()) allSingleValued = false;
+    // --vrml97: a read of a node field skips NULL, so one node read is not one value.
+    if (fieldList->field->isMFField() || (vrml97Option && fieldList->field->holdsNodes())) {
+      allSingleValued = false;
+    }
   }
   if (flags & FIELD_ROUTED_OUT) return 1;
   if (allSingleValued && holdsOneValue(this)) return 0;

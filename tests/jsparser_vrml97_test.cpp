@@ -188,6 +188,18 @@ ROUTE S.lit TO L.on)";
       << written;
 }
 
+TEST(Vrml97Scripts, AssignmentOfTheOneNodeAFieldCanHoldIsKept) {
+  // slot is NULL, then SW: the read that skips NULL sees SW alone, yet the
+  // assignment changes slot, so it stays (and with it the field s).
+  const char* world = R"(DEF SW Switch { choice [ ] }
+DEF SLOT Script { field SFNode slot NULL url "javascript: function initialize() { var x = slot; print(x); }" }
+Script { field SFNode s USE SLOT field SFNode sw USE SW
+  url "javascript: function initialize() { s.slot = sw; }" })";
+  EXPECT_EXIT(compressedWorld(world), testing::ExitedWithCode(253), checkReport("nodeType == OTHER"));
+  std::string written = asVrml97([&]() { return compressedWorld(world); });
+  EXPECT_NE(written.find("s.slot=sw;"), std::string::npos) << written;
+}
+
 TEST(Vrml97Scripts, DirectOutputLetsAnOpaqueScriptSetWhatItReaches) {
   // The Script may set whichChoice: nothing may be taken for a constant, and
   // the value that it may set travels on along the route.
