@@ -115,7 +115,7 @@ void abandonTrial() {
 }
 
 void reportError(const char* format, ...) {
-  if (!trialDepths->empty()) throw TrialFailed{format};
+  if (!trialDepths->empty()) throw TrialFailed{};
   va_list args;
   va_start(args, format);
   reportCounted(&warningCount, leniency ? "Warning" : "Error", "Further warnings suppressed\n",
@@ -132,7 +132,7 @@ void reportAlert(const char* format, ...) {
 }
 
 void assertionFailed(const char* expression, const char* file, int line) {
-  if (!trialDepths->empty()) throw TrialFailed{expression};
+  if (!trialDepths->empty()) throw TrialFailed{};
   const char* slash = strrchr(file, '/');
   fprintf(stderr, "Assertion failed \"%s\", File: %s, Line: %d:\n", expression,
           slash != nullptr ? slash + 1 : file, line);

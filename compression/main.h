@@ -25,9 +25,7 @@ void reportAlert(const char* format, ...) WORLDPARE_PRINTF(1);
 [[noreturn]] void stopRun();
 
 /// What a failed check or an error throws, instead of stopping, inside a trial.
-struct TrialFailed {
-  const char* reason;  ///< the check's condition or the error's format
-};
+struct TrialFailed {};
 /// Runs `attempt`: true if it ends, false if a check or an error within it
 /// fails; reports are then silent, and the context stack is as it was before.
 template <class Attempt>

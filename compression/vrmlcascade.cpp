@@ -23,22 +23,6 @@ int eventDepth = 0;
 constexpr int kEventLimit = 10000;
 constexpr int kActivityMask = FIELD_READ | FIELD_WRITE | FIELD_ROUTED_IN | FIELD_ROUTED_OUT;
 
-int tupleSize(int type) {
-  switch (type) {
-  case VPField::SFVec2f:
-    return 2;
-  case VPField::SFRotation:
-    return 4;
-  default:
-    return 3;
-  }
-}
-
-bool isTupleType(int type) {
-  return type == VPField::SFColor || type == VPField::SFRotation || type == VPField::SFVec2f ||
-         type == VPField::SFVec3f;
-}
-
 // Types whose records follow values one by one; every other type's record
 // falls to unknown at the first merge.
 bool hasValueSets(int type) {
@@ -75,38 +59,9 @@ bool isSeededType(int type) {
   }
 }
 
-bool floatsEqual(float a, float b) { return !(a < b) && !(b < a); }
-
-bool cellsEqual(int type, const VPValue* a, const VPValue* b) {
-  switch (type) {
-  case VPField::SFBool:
-  case VPField::SFInt32:
-    return a->intValue == b->intValue;
-  case VPField::SFFloat:
-  case VPField::SFTime:
-    return floatsEqual(a->floatValue, b->floatValue);
-  case VPField::SFColor:
-  case VPField::SFRotation:
-  case VPField::SFVec2f:
-  case VPField::SFVec3f:
-    for (int i = 0; i < tupleSize(type); i++) {
-      if (!floatsEqual(a->floats[i], b->floats[i])) return false;
-    }
-    return true;
-  case VPField::SFString:
-    return strcmp(a->string, b->string) == 0;
-  case VPField::SFNode:
-  case VPField::MFNode:
-    return a->node == b->node;
-  default:
-    CHECK(0);
-    return false;
-  }
-}
-
 VPValue* findEqualCell(VPValue* list, int type, const VPValue* cell) {
   for (VPValue* iter = list; iter != nullptr; iter = iter->next) {
-    if (cellsEqual(type, iter, cell)) return iter;
+    if (elementsEqual(type, iter, cell)) return iter;
   }
   return nullptr;
 }
@@ -115,7 +70,7 @@ VPValue* findEqualCell(VPValue* list, int type, const VPValue* cell) {
 void releaseCells(VPValue* cells, int type) {
   while (cells != nullptr) {
     VPValue* next = cells->next;
-    if (isTupleType(type)) delete[] cells->floats;
+    if (tupleLength(type) != 0) delete[] cells->floats;
     delete cells;
     cells = next;
   }
@@ -179,7 +134,7 @@ void VPValue::setZero(int type) {
   case VPField::SFRotation:
   case VPField::SFVec2f:
   case VPField::SFVec3f:
-    floats = new float[tupleSize(type)]();
+    floats = new float[tupleLength(type)]();
     return;
   default:
     CHECK(0);
@@ -204,8 +159,8 @@ void VPValue::copyValue(const VPValue* source, int type) {
   case VPField::SFRotation:
   case VPField::SFVec2f:
   case VPField::SFVec3f:
-    floats = new float[tupleSize(type)];
-    memcpy(floats, source->floats, sizeof(float) * tupleSize(type));
+    floats = new float[tupleLength(type)];
+    memcpy(floats, source->floats, sizeof(float) * tupleLength(type));
     return;
   case VPField::SFString:
     string = copyString(source->string);
@@ -301,32 +256,23 @@ namespace {
 // Nodes that opaque Scripts can reach, with the body nodes of those that are copies.
 std::unordered_set<const VPNode*> opaqueReach;
 
-// The nodes that a Script can reach through its node-valued fields and those
-// of the nodes it reaches, itself included.
-std::vector<VPNode*> reachableNodes(VPNode* script) {
-  std::unordered_set<VPNode*> seen = {script};
-  std::vector<VPNode*> nodes = {script};
-  for (size_t i = 0; i < nodes.size(); i++) {
-    auto reach = [&](VPNode* child) {
-      if (seen.insert(child).second) nodes.push_back(child);
-    };
-    forEachNodeIn(nodes[i]->fields, reach);
-    if (nodes[i]->nodeType == VPNode::SCRIPT) forEachNodeIn(nodes[i]->other.script.fields, reach);
+// An event of any value of the field's type; a node value is any of `nodes`.
+VPFuzzyValue* anyValueEvent(VPField* field, const std::vector<VPNode*>& nodes) {
+  VPFuzzyValue* event = new VPFuzzyValue(field);
+  if (!field->holdsNodes()) {
+    event->valueKnown = 0;
+    return event;
   }
-  return nodes;
+  for (VPNode* node : nodes) pushCell(&event->values)->node = node;
+  return event;
 }
 
 // What a field of an opaque Script may hold: anything, or any node it reaches.
 void mergeAnyValue(VPNode* script, VPFuzzyValue* result, int mapShadows) {
-  VPFuzzyValue any(result->field);
-  if (!any.field->holdsNodes()) {
-    any.valueKnown = 0;
-    result->merge(&any, mapShadows);
-    return;
-  }
-  for (VPNode* node : reachableNodes(script)) pushCell(&any.values)->node = node;
-  result->merge(&any, mapShadows);
-  any.freeValues();
+  VPFuzzyValue* any = anyValueEvent(result->field, script->nodesBelow());
+  result->merge(any, mapShadows);
+  any->freeValues();
+  delete any;
 }
 
 }  // namespace
@@ -1147,17 +1093,6 @@ void VPNode::simulateRouteSources() {
 
 namespace {
 
-// An event of any value of the field's type; a node value is any of `nodes`.
-VPFuzzyValue* anyValueEvent(VPField* field, const std::vector<VPNode*>& nodes) {
-  VPFuzzyValue* event = new VPFuzzyValue(field);
-  if (!field->holdsNodes()) {
-    event->valueKnown = 0;
-    return event;
-  }
-  for (VPNode* node : nodes) pushCell(&event->values)->node = node;
-  return event;
-}
-
 bool hasDirectOutput(VPNode* script) {
   VPField* field = script->fieldByName("directOutput");
   VPFieldList* cell = field != nullptr ? script->findEffectiveField(field) : nullptr;
@@ -1189,7 +1124,7 @@ void setAnyField(VPNode* node, VPFieldList* declarations, const std::vector<VPNo
 // reaches, set any of their fields with directOutput (or by routes that it
 // makes), and send any value from any of its fields at any time.
 void VPNode::simulateOpaqueScript() {
-  std::vector<VPNode*> reach = reachableNodes(this);
+  std::vector<VPNode*> reach = nodesBelow();
   bool direct = hasDirectOutput(this) || other.script.program->makesRoutes;
   for (VPNode* node : reach) {
     opaqueReach.insert(node);

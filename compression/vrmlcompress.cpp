@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <unordered_set>
 #include <vector>
 
 #include "jsparser.h"
@@ -63,8 +62,7 @@ char* extractScript(VPFieldList* urlCell) {
       CHECK(t[1] == 0);
       break;
     }
-    // VRML97 escapes only a quote and a backslash: "\\n" stays the script's own.
-    if (*t == '\\' && (!vrml97Option || t[1] == '"' || t[1] == '\\')) {
+    if (*t == '\\') {
       t++;
       CHECK(*t != 0);
     }
@@ -197,15 +195,10 @@ void VPNode::expandInstance() {
     (*last)->node = isDeclaration ? nullptr : copyNode(cell->node);
     last = &(*last)->next;
   }
-  // Events that the body sends out through an IS leave straight from the copy.
   for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
     VPRoute* route = cell->route;
     CHECK(route->sourceNode == this);
-    for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {
-      if (link->protoField == route->sourceField) {
-        addRoute(link->node, link->nodeField, route->destNode, route->destField);
-      }
-    }
+    redirectRouteOut(this, route->sourceField, route->destNode, route->destField);
   }
 }
 
@@ -228,12 +221,10 @@ VPValue* VPNode::resolvedValue(const VPFieldList* bodyCell) {
   return head;
 }
 
-// --vrml97: a route out of a copy that is an instance, to a node copied after
-// that instance was expanded, leaves from the body copies inside it as well,
-// as the routes that the expansion redirected do.
-void VPNode::redirectLateRoute(VPNode* source, VPField* sourceField, VPNode* dest,
-                               VPField* destField) {
-  if (!source->isProtoInstance()) return;
+// Events that the body of an instance sends out through an IS leave straight
+// from the copy inside it: a route out of the instance is added from each.
+void VPNode::redirectRouteOut(VPNode* source, VPField* sourceField, VPNode* dest,
+                              VPField* destField) {
   for (VPIsLink* link = source->other.generic.isLinks; link != nullptr; link = link->next) {
     if (link->protoField == sourceField) addRoute(link->node, link->nodeField, dest, destField);
   }
@@ -262,7 +253,11 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
     VPNode* sourceCopy = cell->route->sourceNode->findShadow(this);
     if (sourceCopy != nullptr) {
       addRoute(sourceCopy, cell->route->sourceField, newNode, cell->route->destField);
-      if (vrml97Option) redirectLateRoute(sourceCopy, cell->route->sourceField, newNode, cell->route->destField);
+      // --vrml97: also when the copy is an instance that was expanded before
+      // this node was copied.
+      if (vrml97Option && sourceCopy->isProtoInstance()) {
+        redirectRouteOut(sourceCopy, cell->route->sourceField, newNode, cell->route->destField);
+      }
     }
   }
   VPShadow* shadow = newRecord<VPShadow>();
@@ -652,19 +647,9 @@ bool canActUndrawn(const VPNode* node) {
 
 // A Script, a route, a PROTO instance (whose removal does not reach its body
 // copies) or a bindable node anywhere below keeps the subtree in the world.
-// The walk runs inside passes that hold the visited marks, so it keeps its own.
 bool VPNode::canBeDropped() {
-  std::unordered_set<VPNode*> seen = {this};
-  std::vector<VPNode*> pending = {this};
-  while (!pending.empty()) {
-    VPNode* node = pending.back();
-    pending.pop_back();
-    if (canActUndrawn(node)) return false;
-    forEachNodeIn(node->fields, [&](VPNode* child) {
-      if (seen.insert(child).second) pending.push_back(child);
-    });
-  }
-  return true;
+  std::vector<VPNode*> nodes = nodesBelow();
+  return std::none_of(nodes.begin(), nodes.end(), canActUndrawn);
 }
 
 void VPFile::dropDefNames() {

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "jsparser.h"
@@ -30,6 +31,7 @@ struct FieldTypeInfo {
   VPValue* (VPFile::*reader)();
   ElementWriter writeElement;
   ElementEquality elementsEqual;
+  int tupleLength;  ///< floats in one element of a tuple type, else 0
 };
 
 bool floatsEqual(float a, float b) { return !(a < b) && !(b < a); }
@@ -151,26 +153,26 @@ void writeNodeOrHole(FILE* stream, const VPValue* cell) {
 }
 
 const FieldTypeInfo fieldTypes[] = {
-    {"SFBool", &VPFile::parseSFBool, writeBool, intsEqual},
-    {"SFColor", &VPFile::parseSFColor, writeTriple, triplesEqual},
-    {"SFFloat", &VPFile::parseSFFloat, writeFloat, singleFloatsEqual},
-    {"SFImage", &VPFile::parseSFImage, writeImage, imagesEqual},
-    {"SFInt32", &VPFile::parseSFInt32, writeInt32, intsEqual},
-    {"SFNode", &VPFile::parseNodeOrProto, writeNode, nodesNotComparable},
-    {"SFRotation", &VPFile::parseSFRotation, writeRotation, quadruplesEqual},
-    {"SFString", &VPFile::parseSFString, writeString, stringsEqual},
-    {"SFTime", &VPFile::parseSFTime, writeFloat, singleFloatsEqual},
-    {"SFVec2f", &VPFile::parseSFVec2f, writeVec2f, pairsEqual},
-    {"SFVec3f", &VPFile::parseSFVec3f, writeTriple, triplesEqual},
-    {"MFColor", &VPFile::parseMFColor, writeTriple, triplesEqual},
-    {"MFFloat", &VPFile::parseMFFloat, writeFloat, singleFloatsEqual},
-    {"MFInt32", &VPFile::parseMFInt32, writeInt32, intsEqual},
-    {"MFNode", &VPFile::parseMFNode, writeNodeOrHole, nodesNotComparable},
-    {"MFRotation", &VPFile::parseMFRotation, writeRotation, quadruplesEqual},
-    {"MFString", &VPFile::parseMFString, writeString, stringsEqual},
-    {"MFTime", &VPFile::parseMFTime, writeFloat, singleFloatsEqual},
-    {"MFVec2f", &VPFile::parseMFVec2f, writeVec2f, pairsEqual},
-    {"MFVec3f", &VPFile::parseMFVec3f, writeTriple, triplesEqual},
+    {"SFBool", &VPFile::parseSFBool, writeBool, intsEqual, 0},
+    {"SFColor", &VPFile::parseSFColor, writeTriple, triplesEqual, 3},
+    {"SFFloat", &VPFile::parseSFFloat, writeFloat, singleFloatsEqual, 0},
+    {"SFImage", &VPFile::parseSFImage, writeImage, imagesEqual, 0},
+    {"SFInt32", &VPFile::parseSFInt32, writeInt32, intsEqual, 0},
+    {"SFNode", &VPFile::parseNodeOrProto, writeNode, nodesNotComparable, 0},
+    {"SFRotation", &VPFile::parseSFRotation, writeRotation, quadruplesEqual, 4},
+    {"SFString", &VPFile::parseSFString, writeString, stringsEqual, 0},
+    {"SFTime", &VPFile::parseSFTime, writeFloat, singleFloatsEqual, 0},
+    {"SFVec2f", &VPFile::parseSFVec2f, writeVec2f, pairsEqual, 2},
+    {"SFVec3f", &VPFile::parseSFVec3f, writeTriple, triplesEqual, 3},
+    {"MFColor", &VPFile::parseMFColor, writeTriple, triplesEqual, 3},
+    {"MFFloat", &VPFile::parseMFFloat, writeFloat, singleFloatsEqual, 0},
+    {"MFInt32", &VPFile::parseMFInt32, writeInt32, intsEqual, 0},
+    {"MFNode", &VPFile::parseMFNode, writeNodeOrHole, nodesNotComparable, 0},
+    {"MFRotation", &VPFile::parseMFRotation, writeRotation, quadruplesEqual, 4},
+    {"MFString", &VPFile::parseMFString, writeString, stringsEqual, 0},
+    {"MFTime", &VPFile::parseMFTime, writeFloat, singleFloatsEqual, 0},
+    {"MFVec2f", &VPFile::parseMFVec2f, writeVec2f, pairsEqual, 2},
+    {"MFVec3f", &VPFile::parseMFVec3f, writeTriple, triplesEqual, 3},
 };
 static_assert(sizeof fieldTypes / sizeof fieldTypes[0] == VP_FIELD_TYPE_COUNT,
               "one row for each field type");
@@ -210,6 +212,13 @@ void writeValue(FILE* stream, int type, const VPValue* value) {
 }
 
 }  // namespace
+
+bool elementsEqual(int type, const VPValue* a, const VPValue* b) {
+  if (type == VPField::SFNode || type == VPField::MFNode) return a->node == b->node;
+  return fieldType(type).elementsEqual(a, b);
+}
+
+int tupleLength(int type) { return fieldType(type).tupleLength; }
 
 bool fieldValuesEqual(const VPFieldList* cell, const VPFieldList* other) {
   const VPField* field = cell->field;
@@ -339,7 +348,7 @@ void VPNode::clearVisited() {
   visited = 0;
   switch (nodeType) {
   case EXTERNPROTO:
-    clearVisitedNodeFields(fields);  // --vrml97: defaults that hold nodes
+    clearVisitedNodeFields(fields);  // --vrml97Option: defaults that hold nodes
     return;
   case PROTO:
     clearVisitedNodes(body);
@@ -353,6 +362,19 @@ void VPNode::clearVisited() {
       clearVisitedNodeFields(other.script.fields);
     }
   }
+}
+
+std::vector<VPNode*> VPNode::nodesBelow() {
+  std::unordered_set<VPNode*> seen = {this};
+  std::vector<VPNode*> nodes = {this};
+  for (size_t i = 0; i < nodes.size(); i++) {
+    auto reach = [&](VPNode* child) {
+      if (seen.insert(child).second) nodes.push_back(child);
+    };
+    forEachNodeIn(nodes[i]->fields, reach);
+    if (nodes[i]->nodeType == SCRIPT) forEachNodeIn(nodes[i]->other.script.fields, reach);
+  }
+  return nodes;
 }
 
 void VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest, VPField* destField) {
@@ -418,7 +440,7 @@ void VPFile::readFile(const char* path) {
 namespace {
 
 // Reads items into the list that `last` ends, till a token that begins none.
-// PROTOs declared among the fields of a node (--vrml97) stand before its item.
+// PROTOs declared among the fields of a node (--vrml97Option) stand before its item.
 void parseItems(VPFile* file, VPNodeList** last) {
   VPNodeList* outerDeclarations = file->nestedDeclarations;
   file->nestedDeclarations = nullptr;
@@ -515,7 +537,7 @@ void VPFile::nextToken() {
   }
   token = cursor;
   unsigned char c = *cursor;
-  if (vrml97 ? isVrml97NameStart(c) : isIdentifierStart(c)) {
+  if (vrml97Option ? isVrml97NameStart(c) : isIdentifierStart(c)) {
     scanIdentifier();
   } else if (c == '-' || c == '+' || c == '.' || isdigit(c)) {
     scanNumber();
@@ -537,7 +559,7 @@ void VPFile::endToken(int type) {
 }
 
 void VPFile::scanIdentifier() {
-  if (vrml97) {
+  if (vrml97Option) {
     while (vrml97NameBytes.part[static_cast<unsigned char>(*cursor)]) cursor++;
   } else {
     while (isIdentifierPart(static_cast<unsigned char>(*cursor))) cursor++;
@@ -1049,7 +1071,6 @@ VPFile::VPFile() {
     forEachNode(topLevel, [](VPNode* declaration) { declaration->isBuiltin = 1; });
     topLevel = nullptr;
   }
-  vrml97 = vrml97Option;
 }
 
 /* ---------------------------------------------------------------------------
@@ -1293,7 +1314,7 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
   node->other.baseProto = proto;
   node->nodeType = strcmp(proto->name, "Script") == 0 ? VPNode::SCRIPT : VPNode::OTHER;
   VPNode* earlier = nullptr;
-  if (vrml97) {
+  if (vrml97Option) {
     if (nodeName != nullptr) nameNode(node, nodeName);
     parseScriptFields(node, proto->fields);
   } else {
@@ -1323,7 +1344,7 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
   return result;
 }
 
-// --vrml97: a Script's interface declarations and its other fields in any order.
+// --vrml97Option: a Script's interface declarations and its other fields in any order.
 // Other nodes have no declarations, and read their fields as ever.
 void VPFile::parseScriptFields(VPNode* node, VPFieldList* declared) {
   VPFieldList** lastDeclaration = &node->other.script.fields;
@@ -1339,7 +1360,7 @@ void VPFile::parseScriptFields(VPNode* node, VPFieldList* declared) {
   }
 }
 
-// --vrml97: a name defined again names the new node from here on, in its scope
+// --vrml97Option: a name defined again names the new node from here on, in its scope
 // alone: the top level or one PROTO body. The node it was taken from is
 // renamed at the end of the scope if a route names it.
 void VPFile::nameNode(VPNode* node, char* nodeName) {
@@ -1389,7 +1410,7 @@ VPNode* VPFile::findProto(const char* name) {
   return entry != nullptr ? static_cast<VPNode*>(entry->data) : nullptr;
 }
 
-// --vrml97: a declaration of a name that the input declared before replaces it
+// --vrml97Option: a declaration of a name that the input declared before replaces it
 // from here on. The standard nodes keep their names: false, nothing declared.
 bool VPFile::declareProto(VPNode* proto) {
   StringTable::Entry* builtin = protos->findString(proto->name);
@@ -1461,7 +1482,7 @@ VPFieldList* VPFile::parseNodeFields(VPFieldList* declared) {
     for (;;) {
       if (strcmp(token, "ROUTE") == 0) {
         parseRoute();
-      } else if (vrml97 && (strcmp(token, "PROTO") == 0 || strcmp(token, "EXTERNPROTO") == 0)) {
+      } else if (vrml97Option && (strcmp(token, "PROTO") == 0 || strcmp(token, "EXTERNPROTO") == 0)) {
         pushBack();
         addNestedDeclaration(parseNodeOrProto());
       } else {
@@ -1520,7 +1541,7 @@ VPFieldList* VPFile::parseDeclaration(int withValues) {
   if (!withValues) {
     nextToken();
     if (*token != '=') {
-      if (vrml97 && field->hasValue()) {
+      if (vrml97Option && field->hasValue()) {
         cell->flags |= FIELD_NO_DEFAULT;
       } else {
         CHECK(*token == '=' || field->theClass == VPField::EVENT_IN ||
@@ -1564,7 +1585,7 @@ VPNodeList* VPFile::parseExternProto() {
   nextToken();
   CHECK(*token == ']');
   result->node->urls = parseMFString();
-  if (!vrml97 || !declareProto(result->node)) {
+  if (!vrml97Option || !declareProto(result->node)) {
     CHECK(protos->findString (result->node->name) == 0);
     protos->addString(result->node->name, result->node);
   }
@@ -1588,7 +1609,7 @@ VPNodeList* VPFile::parseProto() {
   CHECK(*token == ']');
   nextToken();
   CHECK(*token == '{');
-  if (!vrml97) CHECK(currentProto == NULL);
+  if (!vrml97Option) CHECK(currentProto == NULL);
   VPNode* outerProto = currentProto;
   StringTable* outerNamedNodes = currentProtoNamedNodes;
   currentProto = proto;
@@ -1606,7 +1627,7 @@ VPNodeList* VPFile::parseProto() {
   nextToken();
   CHECK(*token == '}');
   popContext();
-  if (!vrml97 || !declareProto(proto)) {
+  if (!vrml97Option || !declareProto(proto)) {
     if (protos->findString(proto->name) != nullptr) {
       reportError("Duplicate definition found for PROTO %s (deleting)!", proto->name);
       return parseNodeOrProto();
@@ -1724,7 +1745,7 @@ void VPNode::writeInstance(FILE* stream) {
 }
 
 // The parsed script replaces the url's string: one javascript: URL, whatever
-// scheme the input had. The other entries (--vrml97) follow it as read.
+// scheme the input had. The other entries (--vrml97Option) follow it as read.
 void VPNode::writeProgram(FILE* stream, const VPValue* alternatives) {
   writeText(stream, alternatives != nullptr ? "url [\n\"javascript:\n" : "url \"javascript:\n");
   other.script.program->printFunctions(stream);

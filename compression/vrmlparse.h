@@ -163,6 +163,9 @@ struct VPNode {
   VPField* fieldByName(const char* fieldName);
   VPFieldList* findEffectiveField(const VPField* field);
   void clearVisited();
+  /// This node and every node below it through node-valued fields, each once.
+  /// Keeps its own marks, so passes that hold the visited marks may call it.
+  std::vector<VPNode*> nodesBelow();
 
   void write(FILE* stream);
   void writeRoutes(FILE* stream);
@@ -183,8 +186,8 @@ struct VPNode {
 
   /// Makes the route and puts it at the head of both ends' lists.
   static void addRoute(VPNode* source, VPField* sourceField, VPNode* dest, VPField* destField);
-  static void redirectLateRoute(VPNode* source, VPField* sourceField, VPNode* dest,
-                                VPField* destField);
+  static void redirectRouteOut(VPNode* source, VPField* sourceField, VPNode* dest,
+                               VPField* destField);
   /// The cell of the field named "url" among the fields that the node sets.
   VPFieldList* findUrlCell();
   bool isProtoInstance() const {
@@ -286,11 +289,6 @@ struct VPFile {
   StringTable* protos;             ///< every PROTO and EXTERNPROTO by type name
   StringTable* namedNodes;         ///< DEF names outside PROTO bodies
   VPNodeList* allProtos = nullptr; ///< the input's PROTOs, newest first
-  /// The whole VRML97 language (--vrml97): its names, EXTERNPROTO fields without
-  /// values, Script interfaces anywhere, names and PROTOs defined again, PROTOs
-  /// in PROTO bodies, node values as PROTO defaults.
-  /// Taken from vrml97Option once the built-in library is read.
-  int vrml97 = 0;
   /// --vrml97: the PROTOs declared in each PROTO body now being read, innermost last.
   std::vector<StringTable*> localProtos;
   /// --vrml97: PROTOs declared among the fields of the node being read.
@@ -376,5 +374,10 @@ struct VPFile {
 
 /// Two cells of one field hold equal values: exact, by type, for all but node types.
 bool fieldValuesEqual(const VPFieldList* cell, const VPFieldList* other);
+/// Two elements of a type are equal: exactly, by components; nodes by identity.
+bool elementsEqual(int type, const VPValue* a, const VPValue* b);
+/// The floats in one element of SFColor, SFRotation, SFVec2f, SFVec3f and their
+/// MF types; 0 for every other type.
+int tupleLength(int type);
 
 #endif
