@@ -368,6 +368,14 @@ void VPNode::storeEvent(VPFuzzyValue* eventData) {
 
 void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
+  // --vrml97: a body node stands for its copies in all instances, whose records
+  // hold what scripts and routes did to fields that the body does not list.
+  if (vrml97Option && other.shadowNodes != nullptr) {
+    for (VPShadow* shadow = other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
+      shadow->shadow->getFuzzyValue(result, field, 1);
+    }
+    return;
+  }
   if (isProtoInstance()) {
     bool linked = false;
     for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {
@@ -1029,6 +1037,7 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData) {
 void VPFile::runCascade() {
   auto overTopLevel = [this](void (VPNode::*pass)()) {
     forEachNode(topLevel, [pass](VPNode* node) { (node->*pass)(); });
+    forEachNode(standIns, [pass](VPNode* node) { (node->*pass)(); });
     clearVisited();
   };
   auto overProtos = [this](int mergeValues) {
@@ -1041,12 +1050,14 @@ void VPFile::runCascade() {
     changeCountBefore = fuzzyChangeCount;
     cascadeEventCount = 0;
     overTopLevel(&VPNode::simulateNodeEvents);
+    forEachNode(standIns, [](VPNode* standIn) { standIn->simulateAnyUse(); });
   } while (fuzzyChangeCount != changeCountBefore);
   overProtos(1);
   overTopLevel(&VPNode::pruneScripts);
   overTopLevel(&VPNode::clearSimulation);
   overTopLevel(&VPNode::initializeNode);
   overTopLevel(&VPNode::simulateNodeEvents);
+  forEachNode(standIns, [](VPNode* standIn) { standIn->simulateAnyUse(); });
   overProtos(0);
   overTopLevel(&VPNode::nukeDeadScriptFields);
 }
@@ -1146,6 +1157,22 @@ void VPNode::simulateOpaqueScript() {
     VPFuzzyValue* event = anyValueEvent(route->sourceField, reach);
     pushContext("Simulating the %s event", route->sourceField->name);
     sendEvent(event);
+    popContext();
+    event->freeValues();
+    delete event;
+  }
+}
+
+// --vrml97: another world may instantiate the PROTO of a stand-in, route to
+// and from every field of its interface and send any value at any time.
+void VPNode::simulateAnyUse() {
+  for (VPFieldList* cell = other.baseProto->fields; cell != nullptr; cell = cell->next) {
+    cell->flags |= kActivityMask;
+    VPField* field = cell->field;
+    if (field->theClass != VPField::EVENT_IN && field->theClass != VPField::EXPOSED_FIELD) continue;
+    VPFuzzyValue* event = anyValueEvent(field, {});
+    pushContext("Simulating the %s event", field->name);
+    receiveEvent(event);
     popContext();
     event->freeValues();
     delete event;

@@ -85,7 +85,36 @@ void VPFile::scanNodes() {
   for (VPNodeList* cell = topLevel; cell != nullptr; cell = cell->next) {
     if (cell->node != nullptr) cell->node->scanNode();
   }
+  if (vrml97Option) addStandIns();
   clearVisited();
+}
+
+// --vrml97: a PROTO without instance here may be instantiated by another world
+// with any values. Its stand-in holds a value it cannot know in each field
+// that holds no nodes; node fields keep their defaults. An instance inside the
+// body of such a PROTO is expanded with the stand-in, so newest first order
+// needs no stand-in for it.
+void VPFile::addStandIns() {
+  forEachNode(allProtos, [this](VPNode* proto) {
+    if (proto->instances != nullptr) return;
+    VPNode* standIn = newRecord<VPNode>();
+    standIn->nodeType = VPNode::OTHER;
+    standIn->other.baseProto = proto;
+    VPFieldList** last = &standIn->fields;
+    for (VPFieldList* cell = proto->fields; cell != nullptr; cell = cell->next) {
+      if (!cell->field->hasValue() || cell->field->holdsNodes()) continue;
+      *last = newRecord<VPFieldList>();
+      **last = {nullptr, cell->field, nullptr, cell->value, FIELD_NO_DEFAULT};
+      last = &(*last)->next;
+    }
+    VPNodeList* listCell = newRecord<VPNodeList>();
+    listCell->next = standIns;
+    listCell->node = standIn;
+    standIns = listCell;
+    pushContext("Scanning PROTO %s", proto->name);
+    standIn->scanNode();
+    popContext();
+  });
 }
 
 void VPNode::addIsLink(VPFieldList* field) {
@@ -302,6 +331,8 @@ VPFieldList* VPNode::copyFieldList(VPNode* newNode, VPFieldList* cells) {
     } else {
       if (cell->redirect->field->hasValue()) {
         copy->value = resolvedValue(cell);
+        // --vrml97: a value that a stand-in cannot know stays unknown in the copy.
+        copy->flags = findEffectiveField(cell->redirect->field)->flags & FIELD_NO_DEFAULT;
       } else {
         copy->redirect = cell->redirect;
       }

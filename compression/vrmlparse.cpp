@@ -268,6 +268,11 @@ VPFieldList* findInList(VPFieldList* list, const char* name, int aliases) {
 // The declared cell that a name means on an instance: its type's fields, then
 // a Script's interface.
 VPFieldList* findInstanceField(VPNode* node, const char* name, int aliases) {
+  // --vrml97: a field declared under the very name wins over an alias of
+  // another, as eventIn set_x beside exposedField x.
+  if (vrml97Option && aliases != 0) {
+    if (VPFieldList* exact = findInstanceField(node, name, 0)) return exact;
+  }
   VPFieldList* cell = findInList(node->other.baseProto->fields, name, aliases);
   if (cell == nullptr && node->nodeType == VPNode::SCRIPT) {
     cell = findInList(node->other.script.fields, name, aliases);
@@ -301,7 +306,10 @@ VPFieldList* VPNode::findField(const VPField* field) {
 }
 
 VPFieldList* VPNode::findFieldByName(const char* fieldName) {
-  if (nodeType == PROTO) return findInList(fields, fieldName, SET_ALIAS | CHANGED_ALIAS);
+  if (nodeType == PROTO) {
+    VPFieldList* exact = vrml97Option ? findInList(fields, fieldName, 0) : nullptr;
+    return exact != nullptr ? exact : findInList(fields, fieldName, SET_ALIAS | CHANGED_ALIAS);
+  }
   CHECK(nodeType == SCRIPT || nodeType == OTHER);
   return findInstanceField(this, fieldName, SET_ALIAS | CHANGED_ALIAS);
 }
@@ -390,7 +398,10 @@ void VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest, VPFiel
   dest->other.routesIn = in;
 }
 
-void VPFile::clearVisited() { clearVisitedNodes(topLevel); }
+void VPFile::clearVisited() {
+  clearVisitedNodes(topLevel);
+  clearVisitedNodes(standIns);
+}
 
 VPNode* VPFile::findNamedNode(const char* name) {
   if (currentProto != nullptr) {

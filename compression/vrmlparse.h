@@ -204,6 +204,7 @@ struct VPNode {
   // The passes of the cascade (vrmlcascade.cpp).
   void initializeNode();
   void simulateNodeEvents();
+  void simulateAnyUse();
   void mergeShadows(int mergeValues);
   void pruneScripts();
   void clearSimulation();
@@ -289,6 +290,9 @@ struct VPFile {
   StringTable* protos;             ///< every PROTO and EXTERNPROTO by type name
   StringTable* namedNodes;         ///< DEF names outside PROTO bodies
   VPNodeList* allProtos = nullptr; ///< the input's PROTOs, newest first
+  /// --vrml97: an unwritten instance of each PROTO that the file never instantiates,
+  /// simulated as another world could use it (vrmlcompress.cpp, vrmlcascade.cpp).
+  VPNodeList* standIns = nullptr;
   /// --vrml97: the PROTOs declared in each PROTO body now being read, innermost last.
   std::vector<StringTable*> localProtos;
   /// --vrml97: PROTOs declared among the fields of the node being read.
@@ -346,6 +350,7 @@ struct VPFile {
 
   // Passes, in the order of the pipeline (vrmlcompress.cpp, vrmlcascade.cpp).
   void scanNodes();
+  void addStandIns();
   void hoistProtoDefaults();
   void runCascade();
   void pruneProtoInterfaces();
