@@ -200,6 +200,7 @@ struct JSParser {
   JSFunction* runningFunction = nullptr;  ///< of the innermost simulated call
 
   JSParser();
+  RUN_HEAP_OBJECT
 
   /// Parses the whole text, which must be writable and NUL-ended.
   void parseScript(char* text);

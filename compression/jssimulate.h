@@ -19,6 +19,7 @@ struct JSAtomValue {
     JSObject* object;      ///< OBJECT
     JSFunction* function;  ///< FUNCTION
   };
+  RUN_HEAP_OBJECT
 };
 
 /// What an expression may evaluate to. Numbers and truth values are known
@@ -31,11 +32,13 @@ struct JSAtom {
   int type;
   int valueKnown;
   JSAtomValue* values;
+  RUN_HEAP_OBJECT
 };
 
 struct JSAtomList {
   JSAtomList* next;
   JSAtom* atom;
+  RUN_HEAP_OBJECT
 };
 
 /// The world that a script runs in.
@@ -81,16 +84,19 @@ struct JSVarObject final : public JSObject {
   JSAtom* getValue() override;
   int isNeeded() override;
   int isSameObject(JSObject* other) override;
+  RUN_HEAP_OBJECT
 };
 
 struct JSVarList {
   JSVarList* next;
   JSVarObject* variable;
+  RUN_HEAP_OBJECT
 };
 
 struct JSStackEntry {
   JSStackEntry* next;
   JSAtomList* args;
+  RUN_HEAP_OBJECT
 };
 
 /// Whether the first `count` arguments of two calls are the same values.

@@ -1,10 +1,12 @@
-// Driver and diagnostics: command-line options, the fixed order of the passes,
-// the context stack, the reports and the orderly stop.
+// Driver and diagnostics: the passes of a run behind pareWorld, the command
+// line around it, the context stack, the reports and the orderly stop.
 #include "main.h"
 
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#ifndef __EMSCRIPTEN__
+#include <pthread.h>
+#endif
 
 #include <cctype>
 #include <charconv>
@@ -12,46 +14,49 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <zlib.h>
 
+#include "pareworld.h"
+#include "vrmlcascade.h"
 #include "vrmlparse.h"
 
 int vrml97Option = 0;
 
 namespace {
 
-int leniency = 0;
-const char* inputFileName = nullptr;
-const char* outputFileName = nullptr;
-FILE* outputStream = nullptr;  // set only once the output file exists
-
 struct ContextCell {
   ContextCell* next;
   std::string text;
 };
-ContextCell* myStack = nullptr;  // newest first
-int warningCount = 0;
-int alertCount = 0;
 
-// The depth of the context stack at the start of each trial now running.
-std::vector<size_t>* trialDepths = new std::vector<size_t>;
+// What the reports and the stops of a run act on. Outside any run the
+// process's own serves: its reports go to stderr and a stop ends the process.
+struct Diagnostics {
+  int leniency = 0;
+  std::string* messages = nullptr;  // the run's messages; NULL: stderr
+  ContextCell* contextStack = nullptr;  // newest first
+  int warningCount = 0;
+  int alertCount = 0;
+  // The depth of the context stack at the start of each trial now running.
+  std::vector<size_t> trialDepths;
+};
+
+Diagnostics* diagnostics = new Diagnostics;
+
+// What ends a run early: thrown by a stop, caught where the passes began.
+struct RunStopped {};
 
 size_t contextDepth() {
   size_t depth = 0;
-  for (const ContextCell* cell = myStack; cell != nullptr; cell = cell->next) depth++;
+  for (const ContextCell* cell = diagnostics->contextStack; cell != nullptr; cell = cell->next) {
+    depth++;
+  }
   return depth;
 }
-
-// The passes recurse once per level of nesting in the world and once per event
-// delivery in a chain; sanitizer frames are several times larger.
-#ifdef WORLDPARE_SANITIZE
-constexpr size_t kPassStackSize = size_t(8) << 30;
-#else
-constexpr size_t kPassStackSize = size_t(2) << 30;
-#endif
 
 const char kUsage[] =
     "Usage: worldPare [-l] <file_in> <file_out>\n\n"
@@ -67,12 +72,22 @@ std::string formatText(const char* format, va_list args) {
   return text;
 }
 
+void emit(const std::string& text) {
+  if (diagnostics->messages != nullptr) {
+    diagnostics->messages->append(text);
+  } else {
+    fputs(text.c_str(), stderr);
+  }
+}
+
 void dumpContext() {
-  fprintf(stderr, "Stack dump:\n");
+  emit("Stack dump:\n");
   std::vector<const ContextCell*> cells;
-  for (const ContextCell* cell = myStack; cell != nullptr; cell = cell->next) cells.push_back(cell);
+  for (const ContextCell* cell = diagnostics->contextStack; cell != nullptr; cell = cell->next) {
+    cells.push_back(cell);
+  }
   for (auto cell = cells.rbegin(); cell != cells.rend(); ++cell) {
-    fprintf(stderr, "  %s\n", (*cell)->text.c_str());
+    emit("  " + (*cell)->text + "\n");
   }
 }
 
@@ -82,118 +97,77 @@ void reportCounted(int* count, const char* prefix, const char* suppressed, const
   std::string text = formatText(format, args);
   ++*count;
   if (*count <= 3) {
-    fprintf(stderr, "%s: %s\n", prefix, text.c_str());
+    emit(prefix + (": " + text) + "\n");
     dumpContext();
   } else if (*count == 4) {
-    fputs(suppressed, stderr);
+    emit(suppressed);
   }
 }
 
 }  // namespace
 
+void printMessage(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  emit(formatText(format, args));
+  va_end(args);
+}
+
 void pushContext(const char* format, ...) {
   va_list args;
   va_start(args, format);
-  myStack = new ContextCell{myStack, formatText(format, args)};
+  diagnostics->contextStack = new ContextCell{diagnostics->contextStack, formatText(format, args)};
   va_end(args);
 }
 
 void popContext() {
+  ContextCell*& myStack = diagnostics->contextStack;
   CHECK(myStack != NULL);
   ContextCell* cell = myStack;
   myStack = cell->next;
   delete cell;
 }
 
-void beginTrial() { trialDepths->push_back(contextDepth()); }
+void beginTrial() { diagnostics->trialDepths.push_back(contextDepth()); }
 
-void endTrial() { trialDepths->pop_back(); }
+void endTrial() { diagnostics->trialDepths.pop_back(); }
 
 void abandonTrial() {
-  while (contextDepth() > trialDepths->back()) popContext();
-  trialDepths->pop_back();
+  while (contextDepth() > diagnostics->trialDepths.back()) popContext();
+  diagnostics->trialDepths.pop_back();
 }
 
 void reportError(const char* format, ...) {
-  if (!trialDepths->empty()) throw TrialFailed{};
+  if (!diagnostics->trialDepths.empty()) throw TrialFailed{};
   va_list args;
   va_start(args, format);
-  reportCounted(&warningCount, leniency ? "Warning" : "Error", "Further warnings suppressed\n",
-                format, args);
+  int leniency = diagnostics->leniency;
+  reportCounted(&diagnostics->warningCount, leniency ? "Warning" : "Error",
+                "Further warnings suppressed\n", format, args);
   va_end(args);
-  if (warningCount <= 3 && !leniency) stopRun();
+  if (diagnostics->warningCount <= 3 && !leniency) stopRun();
 }
 
 void reportAlert(const char* format, ...) {
   va_list args;
   va_start(args, format);
-  reportCounted(&alertCount, "Alert", "Further alerts suppressed\n", format, args);
+  reportCounted(&diagnostics->alertCount, "Alert", "Further alerts suppressed\n", format, args);
   va_end(args);
 }
 
 void assertionFailed(const char* expression, const char* file, int line) {
-  if (!trialDepths->empty()) throw TrialFailed{};
+  if (!diagnostics->trialDepths.empty()) throw TrialFailed{};
   const char* slash = strrchr(file, '/');
-  fprintf(stderr, "Assertion failed \"%s\", File: %s, Line: %d:\n", expression,
-          slash != nullptr ? slash + 1 : file, line);
+  printMessage("Assertion failed \"%s\", File: %s, Line: %d:\n", expression,
+               slash != nullptr ? slash + 1 : file, line);
   dumpContext();
   stopRun();
 }
 
 void stopRun() {
-  if (outputStream != nullptr) unlink(outputFileName);
-  exit(-3);
+  if (diagnostics->messages == nullptr) exit(-3);
+  throw RunStopped{};
 }
-
-/* ---------------------------------------------------------------------------
- * Records that live for the whole run
- * ------------------------------------------------------------------------ */
-
-namespace {
-
-#ifdef WORLDPARE_SANITIZE
-// Each record is its own allocation, so that the sanitizer's redzones guard it;
-// the list keeps them reachable until the process ends.
-std::vector<void*>* const records = new std::vector<void*>;
-#else
-constexpr size_t kBlockSize = size_t(1) << 20;
-char* blockNext = nullptr;
-char* blockEnd = nullptr;
-#endif
-
-}  // namespace
-
-void* allocateRecord(size_t size) {
-#ifdef WORLDPARE_SANITIZE
-  void* record = calloc(1, size != 0 ? size : 1);
-  CHECK(record != NULL);
-  records->push_back(record);
-  return record;
-#else
-  size = (size + 7) & ~size_t(7);
-  if (size > kBlockSize / 4) {
-    void* record = calloc(1, size);
-    CHECK(record != NULL);
-    return record;
-  }
-  if (size_t(blockEnd - blockNext) < size) {
-    blockNext = static_cast<char*>(calloc(1, kBlockSize));
-    CHECK(blockNext != NULL);
-    blockEnd = blockNext + kBlockSize;
-  }
-  void* record = blockNext;
-  blockNext += size;
-  return record;
-#endif
-}
-
-char* copyString(const char* text, size_t length) {
-  char* copy = newArray<char>(length + 1);
-  memcpy(copy, text, length);
-  return copy;
-}
-
-char* copyString(const char* text) { return copyString(text, strlen(text)); }
 
 /* ---------------------------------------------------------------------------
  * gzip
@@ -336,10 +310,197 @@ char* formatFloat(char* buffer, float value) {
 }
 
 /* ---------------------------------------------------------------------------
- * The pipeline
+ * A run
  * ------------------------------------------------------------------------ */
 
 namespace {
+
+// The passes recurse once per level of nesting in the world and once per event
+// delivery in a chain; sanitizer frames are several times larger.
+#ifdef WORLDPARE_SANITIZE
+constexpr size_t kPassStackSize = size_t(8) << 30;
+#else
+constexpr size_t kPassStackSize = size_t(2) << 30;
+#endif
+
+struct Run {
+  Run(const char* bytes, size_t size, const PareOptions* runOptions)
+      : input(bytes),
+        inputSize(size),
+        options(runOptions),
+        inputName(runOptions->inputName != nullptr ? runOptions->inputName : "") {}
+  Run(const Run&) = delete;
+  Run& operator=(const Run&) = delete;
+
+  const char* input;
+  size_t inputSize;
+  const PareOptions* options;
+  const char* inputName;
+  Diagnostics diagnostics;
+  std::string messages;
+  RunHeap heap;
+  int status = 1;
+  char* output = nullptr;  // from malloc
+  size_t outputSize = 0;
+};
+
+// A stream into memory; its text is freed with it unless taken.
+struct MemoryStream {
+  char* text = nullptr;
+  size_t size = 0;
+  FILE* stream = open_memstream(&text, &size);
+
+  MemoryStream() { CHECK(stream != NULL); }
+  ~MemoryStream() {
+    if (stream != nullptr) fclose(stream);
+    free(text);
+  }
+  MemoryStream(const MemoryStream&) = delete;
+  MemoryStream& operator=(const MemoryStream&) = delete;
+
+  void close() {
+    fclose(stream);
+    stream = nullptr;
+  }
+  char* take() {
+    char* taken = text;
+    text = nullptr;
+    return taken;
+  }
+};
+
+using MallocText = std::unique_ptr<char, decltype(&free)>;
+
+// The world as writable NUL-ended text, inflated when it is gzip-compressed.
+MallocText worldText(const Run& run) {
+  MallocText text(static_cast<char*>(malloc(run.inputSize + 1)), free);
+  CHECK(text != NULL);
+  if (run.inputSize != 0) memcpy(text.get(), run.input, run.inputSize);
+  text.get()[run.inputSize] = 0;
+  if (!isGzipData(run.input, run.inputSize)) return text;
+  size_t size;
+  text.reset(gunzipData(run.input, run.inputSize, &size));
+  if (text == nullptr) {
+    printMessage("Failed to decompress file %s\n", run.inputName);
+    CHECK(0);
+  }
+  return text;
+}
+
+void writeWorld(VPFile* file, Run* run) {
+  MemoryStream world;
+  file->write(world.stream);
+  world.close();
+  if (!run->options->gzipOutput) {
+    run->outputSize = world.size;
+    run->output = world.take();
+    return;
+  }
+  MemoryStream compressed;
+  CHECK(writeGzipData (compressed.stream, world.text, world.size));
+  compressed.close();
+  run->outputSize = compressed.size;
+  run->output = compressed.take();
+}
+
+void runPasses(Run* run) {
+  VPFile file;
+  file.parseText(worldText(*run).get());
+  file.scanNodes();
+  file.hoistProtoDefaults();
+  file.runCascade();
+  file.pruneProtoInterfaces();
+  file.pruneSwitches();
+  file.dropDefNames();
+  writeWorld(&file, run);
+}
+
+template <class Step>
+void runUntilStopped(Run* run, Step step) {
+  try {
+    step();
+  } catch (const RunStopped&) {
+    run->status = -3;
+  }
+}
+
+void* passThread(void* run) {
+  runUntilStopped(static_cast<Run*>(run), [run]() { runPasses(static_cast<Run*>(run)); });
+  return nullptr;
+}
+
+// The passes on a stack of their own, as large as the deepest worlds need.
+// A WebAssembly build has no threads: its stack is the one the host gave.
+void runOnPassStack(Run* run) {
+#ifdef __EMSCRIPTEN__
+  passThread(run);
+#else
+  runUntilStopped(run, [run]() {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kPassStackSize);
+    pthread_t passes;
+    CHECK(pthread_create (&passes, &attributes, passThread, run) == 0);
+    pthread_join(passes, nullptr);
+    pthread_attr_destroy(&attributes);
+  });
+#endif
+}
+
+// Everything that a run changes starts afresh; the end frees it all.
+void beginRun(Run* run) {
+  vrml97Option = run->options->vrml97 ? 1 : 0;
+  run->diagnostics.leniency = run->options->leniency ? 1 : 0;
+  run->diagnostics.messages = &run->messages;
+  diagnostics = &run->diagnostics;
+  resetCascade();
+  beginRunHeap(&run->heap);
+}
+
+void endRun(Run* run, Diagnostics* outer) {
+  while (run->diagnostics.contextStack != nullptr) popContext();
+  resetCascade();
+  endRunHeap(&run->heap);
+  diagnostics = outer;
+  vrml97Option = 0;
+}
+
+}  // namespace
+
+void pareWorld(const char* input, size_t size, const PareOptions* options, PareResult* result) {
+  Run run(input, size, options);
+  Diagnostics* outer = diagnostics;
+  beginRun(&run);
+  runOnPassStack(&run);
+  endRun(&run, outer);
+  result->status = run.status;
+  result->output = run.output;
+  result->outputSize = run.outputSize;
+  result->messagesSize = run.messages.size();
+  result->messages = static_cast<char*>(malloc(run.messages.size() + 1));
+  CHECK(result->messages != NULL);
+  memcpy(result->messages, run.messages.c_str(), run.messages.size() + 1);
+}
+
+void releasePareResult(PareResult* result) {
+  free(result->output);
+  free(result->messages);
+  result->output = result->messages = nullptr;
+  result->outputSize = result->messagesSize = 0;
+}
+
+/* ---------------------------------------------------------------------------
+ * The command line
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+struct CommandLine {
+  int leniency = 0;
+  int vrml97 = 0;
+  const char* inputFileName = nullptr;
+  const char* outputFileName = nullptr;
+};
 
 int printUsage() {
   printf("%s", kUsage);
@@ -347,26 +508,26 @@ int printUsage() {
 }
 
 // Returns 0 when the arguments name both files, else the status of the usage text.
-int readArguments(int argc, char** argv) {
+int readArguments(int argc, char** argv, CommandLine* line) {
   for (int i = 1; i < argc; i++) {
     const char* argument = argv[i];
     if (strcmp(argument, "--vrml97") == 0) {
-      vrml97Option = 1;
+      line->vrml97 = 1;
     } else if (argument[0] == '-') {
       const char* letter = argument + 1;
       do {
         if (*letter != 'l') return printUsage();
-        leniency = 1;
+        line->leniency = 1;
       } while (*++letter != 0);
-    } else if (inputFileName == nullptr) {
-      inputFileName = argument;
-    } else if (outputFileName == nullptr) {
-      outputFileName = argument;
+    } else if (line->inputFileName == nullptr) {
+      line->inputFileName = argument;
+    } else if (line->outputFileName == nullptr) {
+      line->outputFileName = argument;
     } else {
       return printUsage();
     }
   }
-  if (inputFileName == nullptr || outputFileName == nullptr) return printUsage();
+  if (line->inputFileName == nullptr || line->outputFileName == nullptr) return printUsage();
   return 0;
 }
 
@@ -375,73 +536,65 @@ bool hasSuffix(const char* name, const char* suffix) {
   return length >= suffixLength && strcmp(name + length - suffixLength, suffix) == 0;
 }
 
-void reportWriteFailure() {
-  fprintf(stderr, "Failed to write file %s\n", outputFileName);
-  CHECK(0);
+// The whole input file; a failure is reported as a failed check.
+std::vector<char> readInputFile(const char* path) {
+  struct stat status;
+  if (stat(path, &status) != 0) {
+    printMessage("File %s doesn't exist\n", path);
+    CHECK(0);
+  }
+  std::vector<char> bytes(size_t(status.st_size));
+  FILE* input = fopen(path, "rb");
+  if (input == nullptr) {
+    printMessage("Failed to read file %s\n", path);
+    CHECK(0);
+  }
+  if (fread(bytes.data(), 1, bytes.size(), input) != bytes.size()) {
+    printMessage("Failed to read entire file %s\n", path);
+    CHECK(0);
+  }
+  fclose(input);
+  return bytes;
 }
 
-// A world written whole in memory first, then compressed into the file.
-void writeCompressed(VPFile* file, FILE* stream) {
-  char* text = nullptr;
-  size_t size = 0;
-  FILE* memory = open_memstream(&text, &size);
-  CHECK(memory != NULL);
-  file->write(memory);
-  fclose(memory);
-  bool written = writeGzipData(stream, text, size);
-  free(text);
-  if (!written) reportWriteFailure();
-}
-
-void writeOutput(VPFile* file) {
-  // "x": a file that appeared since the existence test is not overwritten either.
-  FILE* stream = fopen(outputFileName, "wx");
+// Creates the file, which must not exist yet ("x": not even one that appeared
+// since the test before the run), and writes the world; a file that could not
+// be written whole is removed.
+int writeOutputFile(const char* path, const PareResult& result) {
+  FILE* stream = fopen(path, "wx");
   if (stream == nullptr) {
-    fprintf(stderr, "Failed to open file %s for writing\n", outputFileName);
-    exit(-2);
+    printMessage("Failed to open file %s for writing\n", path);
+    return -2;
   }
-  static char buffer[1 << 16];
-  setvbuf(stream, buffer, _IOFBF, sizeof buffer);
-  outputStream = stream;
-  if (hasSuffix(outputFileName, ".wrz") || hasSuffix(outputFileName, ".gz")) {
-    writeCompressed(file, outputStream);
-  } else {
-    file->write(outputStream);
-  }
-  if (fflush(outputStream) != 0 || ferror(outputStream)) reportWriteFailure();
-}
-
-VPFile* theFile = nullptr;  // keeps the scene reachable to the leak checker at exit
-
-void* runPasses(void*) {
-  theFile = new VPFile;
-  theFile->readFile(inputFileName);
-  theFile->scanNodes();
-  theFile->hoistProtoDefaults();
-  theFile->runCascade();
-  theFile->pruneProtoInterfaces();
-  theFile->pruneSwitches();
-  theFile->dropDefNames();
-  writeOutput(theFile);
-  return nullptr;
+  bool written = fwrite(result.output, 1, result.outputSize, stream) == result.outputSize;
+  if (fclose(stream) == 0 && written) return 1;
+  unlink(path);
+  printMessage("Failed to write file %s\n", path);
+  CHECK(0);
+  return -3;
 }
 
 }  // namespace
 
 int worldPareMain(int argc, char** argv) {
-  int usageStatus = readArguments(argc, argv);
+  CommandLine line;
+  int usageStatus = readArguments(argc, argv, &line);
   if (usageStatus != 0) return usageStatus;
   struct stat status;
-  if (stat(outputFileName, &status) == 0) {
-    fprintf(stderr, "File %s already exists\n", outputFileName);
+  if (stat(line.outputFileName, &status) == 0) {
+    printMessage("File %s already exists\n", line.outputFileName);
     return -2;
   }
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, kPassStackSize);
-  pthread_t passes;
-  CHECK(pthread_create (&passes, &attributes, runPasses, NULL) == 0);
-  pthread_join(passes, nullptr);
-  pthread_attr_destroy(&attributes);
-  return 1;
+  std::vector<char> input = readInputFile(line.inputFileName);
+  PareOptions options = {line.leniency, line.vrml97,
+                         hasSuffix(line.outputFileName, ".wrz") ||
+                             hasSuffix(line.outputFileName, ".gz"),
+                         line.inputFileName};
+  PareResult result;
+  pareWorld(input.data(), input.size(), &options, &result);
+  fwrite(result.messages, 1, result.messagesSize, stderr);
+  int exitStatus = result.status;
+  if (exitStatus == 1) exitStatus = writeOutputFile(line.outputFileName, result);
+  releasePareResult(&result);
+  return exitStatus;
 }

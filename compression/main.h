@@ -1,6 +1,9 @@
-// Driver and diagnostics: the pass pipeline, the context stack, every report
-// and every stop, and the allocator of the records that live for the whole run.
-// Includes no scene header; every other module reports through these calls.
+// Driver and diagnostics: the pass pipeline behind pareWorld (pareworld.h),
+// the command line, the context stack, every report and every stop. Includes
+// no scene header; every other module reports through these calls. In a run
+// the reports are the run's messages and a stop unwinds to pareWorld; a pass
+// called outside any run (the unit tests) prints to stderr and a stop ends
+// the process with the status of the run.
 #ifndef WORLDPARE_MAIN_H
 #define WORLDPARE_MAIN_H
 
@@ -8,12 +11,16 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "runheap.h"
+
 #define WORLDPARE_PRINTF(formatIndex) __attribute__((format(printf, formatIndex, formatIndex + 1)))
 
 /// A check: a condition that holds in a good run. Bad input reaches it too, so it
 /// is never compiled out; its text is the report, quoted as written here.
 #define CHECK(condition) ((condition) ? (void)0 : assertionFailed(#condition, __FILE__, __LINE__))
 
+/// A line of a report as it stands, such as the cause of the check behind it.
+void printMessage(const char* format, ...) WORLDPARE_PRINTF(1);
 void pushContext(const char* format, ...) WORLDPARE_PRINTF(1);
 void popContext();
 /// A recoverable error: stops the run unless -l was given, when it is a warning.
@@ -21,7 +28,7 @@ void reportError(const char* format, ...) WORLDPARE_PRINTF(1);
 /// A remark that never stops the run.
 void reportAlert(const char* format, ...) WORLDPARE_PRINTF(1);
 [[noreturn]] void assertionFailed(const char* expression, const char* file, int line);
-/// Removes a partial output file and ends the process with status -3.
+/// Ends the run with status -3.
 [[noreturn]] void stopRun();
 
 /// What a failed check or an error throws, instead of stopping, inside a trial.
@@ -50,22 +57,9 @@ bool runTrial(Attempt attempt) {
 /// Nonzero when --vrml97 was given: the whole VRML97 language is read.
 extern int vrml97Option;
 
-/// The whole run over arguments already split; argv[0] is not read.
+/// The command line over arguments already split; argv[0] is not read.
+/// Returns the exit status.
 int worldPareMain(int argc, char** argv);
-
-/// Zeroed memory for a record or string that lives until the process ends.
-void* allocateRecord(size_t size);
-template <class Record>
-Record* newRecord() {
-  return static_cast<Record*>(allocateRecord(sizeof(Record)));
-}
-template <class Element>
-Element* newArray(size_t count) {
-  return static_cast<Element*>(allocateRecord(sizeof(Element) * count));
-}
-/// An owned copy of the first `length` bytes of `text`, NUL-ended.
-char* copyString(const char* text, size_t length);
-char* copyString(const char* text);
 
 // gzip-compressed worlds.
 bool isGzipData(const char* data, size_t size);

@@ -4,7 +4,7 @@
 #include <cstring>
 
 StringTable::StringTable(int32_t count, void (*release)(void*))
-    : bucketCount(count), buckets(new Entry*[count]()), releaseData(release) {}
+    : bucketCount(count), buckets(newObjectArray<Entry*>(size_t(count))), releaseData(release) {}
 
 StringTable::~StringTable() {
   for (int32_t i = 0; i < bucketCount; i++) {
@@ -12,12 +12,12 @@ StringTable::~StringTable() {
     while (entry != nullptr) {
       Entry* next = entry->next;
       if (releaseData != nullptr) releaseData(entry->data);
-      delete[] entry->key;
+      releaseObject(entry->key);
       delete entry;
       entry = next;
     }
   }
-  delete[] buckets;
+  releaseObject(buckets);
 }
 
 // Each byte enters as a sign-extended value, shifted by 0, 5, 10, ... wrapping
@@ -35,10 +35,8 @@ uint32_t StringTable::hashString(const char* key) {
 }
 
 StringTable::Entry* StringTable::addString(const char* key, void* data) {
-  size_t length = strlen(key);
   Entry* entry = new Entry;
-  entry->key = new char[length + 1];
-  memcpy(entry->key, key, length + 1);
+  entry->key = copyObjectString(key);
   entry->hash = hashString(key);
   entry->data = data;
   Entry** chain = chainOf(entry->hash);
@@ -61,7 +59,7 @@ void StringTable::removeString(const char* key) {
     Entry* entry = *link;
     if (entry->hash == hash && strcmp(entry->key, key) == 0) {
       *link = entry->next;
-      delete[] entry->key;
+      releaseObject(entry->key);
       delete entry;
       return;
     }

@@ -1,10 +1,12 @@
 // String table: the one associative container of the program, a chained hash
 // table from NUL-ended strings to one pointer. It never grows or rehashes.
-// Includes no other module.
+// Its memory is the run's (runheap.h); includes no other module.
 #ifndef WORLDPARE_STRINGTABLE_H
 #define WORLDPARE_STRINGTABLE_H
 
 #include <cstdint>
+
+#include "runheap.h"
 
 class StringTable {
  public:
@@ -14,12 +16,14 @@ class StringTable {
     char* key;      ///< owned copy of the key
     uint32_t hash;  ///< full hash of the key, not reduced by the bucket count
     void* data;     ///< not owned unless releaseData says so
+    RUN_HEAP_OBJECT
   };
 
   StringTable(int32_t bucketCount, void (*releaseData)(void*));
   ~StringTable();
   StringTable(const StringTable&) = delete;
   StringTable& operator=(const StringTable&) = delete;
+  RUN_HEAP_OBJECT
 
   /// Puts a new entry at the head of its chain; a present key is hidden, not replaced.
   Entry* addString(const char* key, void* data);

@@ -70,7 +70,7 @@ VPValue* findEqualCell(VPValue* list, int type, const VPValue* cell) {
 void releaseCells(VPValue* cells, int type) {
   while (cells != nullptr) {
     VPValue* next = cells->next;
-    if (tupleLength(type) != 0) delete[] cells->floats;
+    if (tupleLength(type) != 0) releaseObject(cells->floats);
     delete cells;
     cells = next;
   }
@@ -134,7 +134,7 @@ void VPValue::setZero(int type) {
   case VPField::SFRotation:
   case VPField::SFVec2f:
   case VPField::SFVec3f:
-    floats = new float[tupleLength(type)]();
+    floats = newObjectArray<float>(size_t(tupleLength(type)));
     return;
   default:
     CHECK(0);
@@ -159,7 +159,7 @@ void VPValue::copyValue(const VPValue* source, int type) {
   case VPField::SFRotation:
   case VPField::SFVec2f:
   case VPField::SFVec3f:
-    floats = new float[tupleLength(type)];
+    floats = newObjectArray<float>(size_t(tupleLength(type)));
     memcpy(floats, source->floats, sizeof(float) * tupleLength(type));
     return;
   case VPField::SFString:
@@ -278,6 +278,14 @@ void mergeAnyValue(VPNode* script, VPFuzzyValue* result, int mapShadows) {
 }  // namespace
 
 bool isReachedByOpaqueScript(const VPNode* node) { return opaqueReach.count(node) != 0; }
+
+void resetCascade() {
+  fuzzyChangeCount = 0;
+  cascadeEventCount = 0;
+  loopCheckArmed = 1;
+  eventDepth = 0;
+  std::unordered_set<const VPNode*>().swap(opaqueReach);
+}
 
 bool VPNode::isOpaqueScript() const { return nodeType == SCRIPT && other.script.program->opaque; }
 
@@ -427,7 +435,6 @@ VPJSContext::~VPJSContext() {
     delete cell->object;
     delete cell;
   }
-  CHECK(eventQueue == NULL);
 }
 
 namespace {
@@ -500,7 +507,7 @@ JSAtom* VPJSContext::lookupField(VPNode* node, const char* name) {
   if (field == nullptr) return nullptr;
   VPJSObject* object = newObject();
   pushCell(&object->nodes)->node = node;
-  object->fieldName = strdup(name);
+  object->fieldName = copyObjectString(name);
   object->isArray = field->isMFField();
   return objectAtom(parser, object);
 }
@@ -623,7 +630,7 @@ VPJSObject::VPJSObject(VPJSContext* owner) : context(owner) {
 
 VPJSObject::~VPJSObject() {
   releaseCells(nodes, VPField::MFNode);
-  free(fieldName);
+  releaseObject(fieldName);
 }
 
 void VPJSObject::markField(int flags) {
@@ -805,7 +812,7 @@ JSAtom* VPJSObject::getMember(const char* memberName) {
     }
   }
   VPJSObject* result = memberOfNodes();
-  result->fieldName = strdup(memberName);
+  result->fieldName = copyObjectString(memberName);
   bool found = false;
   for (VPNodeList* cell = result->nodes; cell != nullptr; cell = cell->next) {
     VPNode* node = cell->node;
@@ -851,7 +858,7 @@ JSAtom* VPJSObject::getElement(JSAtom*) {
   case VPField::MFNode: {
     CHECK(isArray);
     VPJSObject* element = context->newObject();
-    element->fieldName = strdup(fieldName);
+    element->fieldName = copyObjectString(fieldName);
     element->nodes = copyNodeCells(nodes);
     return objectAtom(context->parser, element);
   }
@@ -935,7 +942,7 @@ VPFieldList* routingCell(VPNode* node, VPField* field) {
 }
 
 void releaseEventRecord(VPEventRecord* record) {
-  free(record->name);
+  releaseObject(record->name);
   record->value->freeValues();
   delete record->value;
   delete record;
@@ -983,7 +990,7 @@ void VPNode::runScriptFunction(VPFuzzyValue* eventData) {
   VPField* field = eventData->field;
   VPEventRecord** last = &other.script.eventRecords;
   while (*last != nullptr) last = &(*last)->next;
-  *last = new VPEventRecord{nullptr, strdup(field->name), fuzzyChangeCount, eventData->clone()};
+  *last = new VPEventRecord{nullptr, copyObjectString(field->name), fuzzyChangeCount, eventData->clone()};
   JSParser* program = other.script.program;
   VPJSContext context(this, program, 0);
   JSAtom* timestamp = program->newAtom(JSAtom::FLOAT);
@@ -1267,6 +1274,7 @@ void VPNode::pruneScripts() {
     JSParser* program = other.script.program;
     VPJSContext context(this, program, 1);
     enterScript(program, [&]() { program->pruneScript(&context); });
+    CHECK(context.eventQueue == NULL);
   }
   forEachNodeIn(other.script.fields, prune);
 }

@@ -18,6 +18,7 @@ struct VPFuzzyValue {
   VPValue* values = nullptr;  ///< owned cells, in no meaningful order
 
   explicit VPFuzzyValue(VPField* recordField) : field(recordField) {}
+  RUN_HEAP_OBJECT
   /// Releases the chain of next records, not the cells.
   ~VPFuzzyValue();
 
@@ -37,8 +38,11 @@ struct VPFuzzyValue {
 extern int fuzzyChangeCount;
 /// Deliveries since the last new record; 10000 of them look like an endless loop.
 extern int cascadeEventCount;
-/// Falls to 0 when the loop message has been given, once for the process.
+/// Falls to 0 when the loop message has been given, once for the run.
 extern int loopCheckArmed;
+/// Sets the counters of progress as a run starts, and forgets what the
+/// cascade knew of the last run's scene.
+void resetCascade();
 
 /// --vrml97: whether an opaque Script can reach the node (or the body node of
 /// this copy) through node-valued fields: nothing there may be cut or folded.
@@ -51,6 +55,7 @@ struct VPEventRecord {
   char* name;  ///< the eventIn's name, owned
   int changeCount;
   VPFuzzyValue* value;
+  RUN_HEAP_OBJECT
 };
 
 /// An event that a script call sent, delivered after the call has returned.
@@ -58,6 +63,7 @@ struct VPQueuedEvent {
   VPQueuedEvent* next;
   VPNode* node;
   VPFuzzyValue* eventData;  ///< owned until delivered
+  RUN_HEAP_OBJECT
 };
 
 class VPJSObject;
@@ -65,6 +71,7 @@ class VPJSObject;
 struct VPJSObjectList {
   VPJSObjectList* next;
   VPJSObject* object;
+  RUN_HEAP_OBJECT
 };
 
 /// The scene as one call into one Script node sees it. Lives on the stack for
@@ -106,6 +113,7 @@ class VPJSObject final : public JSObject {
   int isArray = 0;              ///< the whole of an MF field, or a node set read from an MFNode
 
   explicit VPJSObject(VPJSContext* owner);
+  RUN_HEAP_OBJECT
   ~VPJSObject();
   VPJSObject(const VPJSObject&) = delete;
   VPJSObject& operator=(const VPJSObject&) = delete;

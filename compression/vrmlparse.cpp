@@ -2,8 +2,6 @@
 // nodes, PROTOs and ROUTEs, and the writer, in the order of the work.
 #include "vrmlparse.h"
 
-#include <sys/stat.h>
-
 #include <cctype>
 #include <charconv>
 #include <cstdlib>
@@ -412,42 +410,6 @@ VPNode* VPFile::findNamedNode(const char* name) {
   return entry != nullptr ? static_cast<VPNode*>(entry->data) : nullptr;
 }
 
-/* ---------------------------------------------------------------------------
- * Reading a file
- * ------------------------------------------------------------------------ */
-
-void VPFile::readFile(const char* path) {
-  struct stat status;
-  if (stat(path, &status) != 0) {
-    fprintf(stderr, "File %s doesn't exist\n", path);
-    CHECK(0);
-  }
-  size_t size = size_t(status.st_size);
-  char* buffer = static_cast<char*>(malloc(size + 1));
-  FILE* input = buffer != nullptr ? fopen(path, "rb") : nullptr;
-  if (input == nullptr) {
-    fprintf(stderr, "Failed to read file %s\n", path);
-    CHECK(0);
-  }
-  if (fread(buffer, 1, size, input) != size) {
-    fprintf(stderr, "Failed to read entire file %s\n", path);
-    CHECK(0);
-  }
-  fclose(input);
-  buffer[size] = 0;
-  if (isGzipData(buffer, size)) {
-    char* text = gunzipData(buffer, size, &size);
-    free(buffer);
-    if (text == nullptr) {
-      fprintf(stderr, "Failed to decompress file %s\n", path);
-      CHECK(0);
-    }
-    buffer = text;
-  }
-  parseText(buffer);
-  free(buffer);
-}
-
 namespace {
 
 // Reads items into the list that `last` ends, till a token that begins none.
@@ -476,7 +438,7 @@ void VPFile::parseText(char* text) {
   startText(text);
   skipSpace();
   if (strncmp(cursor, "#VRML V2.0 utf8", 15) != 0) {
-    fprintf(stderr, "This is not a VRML 2.0 file\n");
+    printMessage("This is not a VRML 2.0 file\n");
     CHECK(0);
   }
   hiddenNodes.assign(1, {});
@@ -1151,7 +1113,7 @@ VPValue* VPFile::parseFloatTuple(int count, const char* partialWord) {
   if (!parseFloatToken(&values[0])) return nullptr;
   for (int i = 1; i < count; i++) {
     if (!parseFloatToken(&values[i])) {
-      fprintf(stderr, "Partial %s on line %d\n", partialWord, lineNumber);
+      printMessage("Partial %s on line %d\n", partialWord, lineNumber);
       return nullptr;
     }
   }
@@ -1313,7 +1275,7 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
   nextToken();
   VPNode* proto = findProto(token);
   if (proto == nullptr) {
-    if (tokType == TokId) fprintf(stderr, "Line %d node type %s unknown!\n", lineNumber, token);
+    if (tokType == TokId) printMessage("Line %d node type %s unknown!\n", lineNumber, token);
     pushBack();
     return nullptr;
   }
@@ -1475,7 +1437,7 @@ void VPFile::checkAliasForm(VPFieldList* result, VPFieldList* bestFit, bool setF
     CHECK(result->redirect->field->theClass == VPField::EVENT_IN);
     if (bestFit->field->theClass != VPField::EXPOSED_FIELD) {
       const char* name = bestFit->field->name;
-      fprintf(stderr, "Warning: Line %d, set_%s converted to %s\n", lineNumber, name, name);
+      printMessage("Warning: Line %d, set_%s converted to %s\n", lineNumber, name, name);
     }
   } else if (changedForm) {
     CHECK(result->redirect != NULL);

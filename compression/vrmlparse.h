@@ -61,6 +61,7 @@ struct VPValue {
   void setZero(int type);
   /// A deep copy of the word of `source`: new float arrays, a new string.
   void copyValue(const VPValue* source, int type);
+  RUN_HEAP_OBJECT
 };
 
 /// A node list is a node value: the cells of topLevel, of a PROTO body and of
@@ -303,7 +304,6 @@ struct VPFile {
   /// Makes the tables and loads the built-in library of standard nodes.
   VPFile();
 
-  void readFile(const char* path);
   void parseText(char* text);
   void startText(char* text);
   void skipSpace();

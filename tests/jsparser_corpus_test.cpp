@@ -1,6 +1,5 @@
 // The printer is a fixed point over the scripts of real worlds: every script
 // of a world is printed, read back and printed again, with the same text.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,25 +47,6 @@ int checkWorld(const std::string& path) {
   int status = 0;
   waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::vector<std::string> corpusWorlds(const std::string& root) {
-  std::vector<std::string> worlds;
-  DIR* top = opendir(root.c_str());
-  if (top == nullptr) return worlds;
-  while (dirent* entry = readdir(top)) {
-    std::string dir = root + "/" + entry->d_name;
-    if (entry->d_name[0] == '.') continue;
-    if (DIR* sub = opendir(dir.c_str())) {
-      while (dirent* file = readdir(sub)) {
-        std::string name = file->d_name;
-        if (name.size() > 4 && name.substr(name.size() - 4) == ".wrl") worlds.push_back(dir + "/" + name);
-      }
-      closedir(sub);
-    }
-  }
-  closedir(top);
-  return worlds;
 }
 
 TEST(ScriptPrinterCorpus, EveryScriptReadsBackToItsPrintedText) {

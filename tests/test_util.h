@@ -3,6 +3,8 @@
 #ifndef WORLDPARE_TEST_UTIL_H
 #define WORLDPARE_TEST_UTIL_H
 
+#include <dirent.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -112,6 +114,26 @@ std::vector<std::string> tokenTexts(Tokenizer* tokenizer) {
     }
     tokens.push_back(token + value);
   }
+}
+
+/// The .wrl files one level below `root`, the real worlds of others.
+inline std::vector<std::string> corpusWorlds(const std::string& root) {
+  std::vector<std::string> worlds;
+  DIR* top = opendir(root.c_str());
+  if (top == nullptr) return worlds;
+  while (dirent* entry = readdir(top)) {
+    std::string dir = root + "/" + entry->d_name;
+    if (entry->d_name[0] == '.') continue;
+    if (DIR* sub = opendir(dir.c_str())) {
+      while (dirent* file = readdir(sub)) {
+        std::string name = file->d_name;
+        if (name.size() > 4 && name.substr(name.size() - 4) == ".wrl") worlds.push_back(dir + "/" + name);
+      }
+      closedir(sub);
+    }
+  }
+  closedir(top);
+  return worlds;
 }
 
 /// A pattern that matches the text literally, for death-test expectations.

@@ -1,0 +1,189 @@
+// A run is a call: pareWorld, called many times in one process and in any
+// order, gives each golden case and each real world the status, the world and
+// the messages that the command line gives for it.
+#include "pareworld.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "main.h"
+#include "test_util.h"
+
+namespace {
+
+struct Outcome {
+  int status;
+  std::string world;
+  std::string messages;
+};
+
+Outcome pared(const std::string& input, const PareOptions& options) {
+  PareResult result;
+  pareWorld(input.data(), input.size(), &options, &result);
+  Outcome outcome = {result.status, std::string(result.output != nullptr ? result.output : "",
+                                                result.outputSize),
+                     std::string(result.messages, result.messagesSize)};
+  EXPECT_EQ(result.output == nullptr, result.status != 1);
+  EXPECT_EQ(result.messages[result.messagesSize], 0);
+  releasePareResult(&result);
+  return outcome;
+}
+
+std::string fileText(const std::string& path) {
+  std::ifstream input(path, std::ios::binary);
+  std::stringstream text;
+  text << input.rdbuf();
+  return text.str();
+}
+
+bool isFile(const std::string& path) { return std::ifstream(path).good() && !opendir(path.c_str()); }
+
+// A check report names where the check stands; that changes with every edit.
+std::string withoutCheckPlace(const std::string& messages) {
+  static const std::regex place(", File: .*, Line: [0-9]*:");
+  return std::regex_replace(messages, place, ", File: #, Line: #:");
+}
+
+// The world of a result that went through gzip, inflated.
+std::string inflated(const std::string& world) {
+  EXPECT_TRUE(isGzipData(world.data(), world.size()));
+  size_t size = 0;
+  char* text = gunzipData(world.data(), world.size(), &size);
+  if (text == nullptr) return "(damaged gzip stream)";
+  std::string plain(text, size);
+  free(text);
+  return plain;
+}
+
+// A golden case that is a run: the options of its arguments, its input, and
+// what must come out. Cases about the command line itself are left out.
+struct GoldenRun {
+  std::string name;
+  PareOptions options;
+  std::string input;
+  Outcome expected;
+};
+
+// The work directory of a case: its files, and those its generate.sh makes.
+std::string caseDirectory(const std::string& caseDir) {
+  char pattern[] = "/tmp/pareworld-case-XXXXXX";
+  std::string work = mkdtemp(pattern);
+  std::string command = "cp '" + caseDir + "'/* '" + work + "' && cd '" + work +
+                        "' && { [ ! -f generate.sh ] || sh generate.sh; }";
+  EXPECT_EQ(system(command.c_str()), 0) << command;
+  return work;
+}
+
+std::string firstOf(const std::string& work, const std::string& caseDir, const std::string& name) {
+  return fileText(isFile(work + "/" + name) ? work + "/" + name : caseDir + "/" + name);
+}
+
+bool readGoldenRun(const std::string& caseDir, const std::string& name, GoldenRun* run) {
+  std::istringstream args(fileText(caseDir + "/args"));
+  std::vector<std::string> files;
+  run->options = {};
+  for (std::string word; args >> word;) {
+    if (word == "--vrml97") {
+      run->options.vrml97 = 1;
+    } else if (word[0] == '-') {
+      run->options.leniency = 1;
+    } else {
+      files.push_back(word);
+    }
+  }
+  std::string status = fileText(caseDir + "/expected.status");
+  if (files.size() != 2 || (status != "1\n" && status != "253\n")) return false;
+  std::string work = caseDirectory(caseDir);
+  bool isRun = isFile(work + "/" + files[0]);
+  if (isRun) {
+    run->name = name;
+    run->input = fileText(work + "/" + files[0]);
+    run->options.gzipOutput = files[1] == "out.wrz";
+    run->options.inputName = nullptr;
+    run->expected = {status == "1\n" ? 1 : -3,
+                     status == "1\n" ? firstOf(work, caseDir, "expected.wrl") : "",
+                     withoutCheckPlace(firstOf(work, caseDir, "expected.stderr"))};
+  }
+  EXPECT_EQ(system(("rm -rf '" + work + "'").c_str()), 0);
+  return isRun;
+}
+
+std::vector<GoldenRun> goldenRuns() {
+  std::vector<GoldenRun> runs;
+  DIR* cases = opendir(WORLDPARE_CASES_DIR);
+  while (dirent* entry = cases != nullptr ? readdir(cases) : nullptr) {
+    GoldenRun run;
+    if (entry->d_name[0] == '.') continue;
+    if (readGoldenRun(std::string(WORLDPARE_CASES_DIR) + "/" + entry->d_name, entry->d_name, &run)) {
+      runs.push_back(run);
+    }
+  }
+  if (cases != nullptr) closedir(cases);
+  std::sort(runs.begin(), runs.end(),
+            [](const GoldenRun& a, const GoldenRun& b) { return a.name < b.name; });
+  return runs;
+}
+
+void expectGoldenOutcome(const GoldenRun& run) {
+  // The name of the input only appears in a report of a damaged gzip stream.
+  PareOptions options = run.options;
+  options.inputName = "in.wrl.gz";
+  Outcome outcome = pared(run.input, options);
+  EXPECT_EQ(outcome.status, run.expected.status) << run.name;
+  EXPECT_EQ(withoutCheckPlace(outcome.messages), run.expected.messages) << run.name;
+  std::string world = run.options.gzipOutput ? inflated(outcome.world) : outcome.world;
+  EXPECT_TRUE(world == run.expected.world) << run.name;
+}
+
+TEST(PareWorld, GoldenCasesInOneProcessForwardThenBackward) {
+  std::vector<GoldenRun> runs = goldenRuns();
+  ASSERT_GE(runs.size(), 25u);
+  for (const GoldenRun& run : runs) expectGoldenOutcome(run);
+  for (auto run = runs.rbegin(); run != runs.rend(); ++run) expectGoldenOutcome(*run);
+}
+
+// What the command line gives for the world, run as its own process.
+Outcome commandLineOutcome(const std::string& world, const std::string& options) {
+  char pattern[] = "/tmp/pareworld-cli-XXXXXX";
+  std::string work = mkdtemp(pattern);
+  std::string command = "cd '" + work + "' && " WORLDPARE_TOOL " " + options + " '" + world +
+                        "' out.wrl 2>stderr >/dev/null; echo $? >status";
+  EXPECT_EQ(system(command.c_str()), 0);
+  int exitStatus = atoi(fileText(work + "/status").c_str());
+  Outcome outcome = {exitStatus == 253 ? -3 : exitStatus, fileText(work + "/out.wrl"),
+                     fileText(work + "/stderr")};
+  EXPECT_EQ(system(("rm -rf '" + work + "'").c_str()), 0);
+  return outcome;
+}
+
+TEST(PareWorld, CorpusInOneProcessForwardThenBackwardAsTheCommandLine) {
+  std::vector<std::string> worlds = corpusWorlds(WORLDPARE_CORPUS_DIR);
+  if (worlds.empty()) GTEST_SKIP() << "no corpus at " << WORLDPARE_CORPUS_DIR;
+  std::sort(worlds.begin(), worlds.end());
+  struct Case {
+    std::string world;
+    int vrml97;
+  };
+  std::vector<Case> cases;
+  for (const std::string& world : worlds) cases.push_back({world, 0});
+  for (const std::string& world : worlds) cases.push_back({world, 1});
+  std::vector<Outcome> expected;
+  for (const Case& c : cases) {
+    expected.push_back(commandLineOutcome(c.world, c.vrml97 ? "--vrml97" : ""));
+  }
+  auto expectSame = [&](size_t i) {
+    Outcome outcome = pared(fileText(cases[i].world), {0, cases[i].vrml97, 0, nullptr});
+    EXPECT_EQ(outcome.status, expected[i].status) << cases[i].world;
+    EXPECT_TRUE(outcome.messages == expected[i].messages) << cases[i].world;
+    EXPECT_TRUE(outcome.world == expected[i].world) << cases[i].world;
+  };
+  for (size_t i = 0; i < cases.size(); i++) expectSame(i);
+  for (size_t i = cases.size(); i-- > 0;) expectSame(i);
+}
+
+}  // namespace
