@@ -8,6 +8,7 @@
 #include <pthread.h>
 #endif
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cstdarg>
@@ -324,16 +325,16 @@ constexpr size_t kPassStackSize = size_t(2) << 30;
 #endif
 
 struct Run {
-  Run(const char* bytes, size_t size, const PareOptions* runOptions)
-      : input(bytes),
-        inputSize(size),
+  Run(char* worldText, size_t size, const PareOptions* runOptions)
+      : text(worldText),
+        textSize(size),
         options(runOptions),
         inputName(runOptions->inputName != nullptr ? runOptions->inputName : "") {}
   Run(const Run&) = delete;
   Run& operator=(const Run&) = delete;
 
-  const char* input;
-  size_t inputSize;
+  char* text;  // the input, which the tokenizer writes into; a NUL stands behind it
+  size_t textSize;
   const PareOptions* options;
   const char* inputName;
   Diagnostics diagnostics;
@@ -344,13 +345,17 @@ struct Run {
   size_t outputSize = 0;
 };
 
-// A stream into memory; its text is freed with it unless taken.
-struct MemoryStream {
-  char* text = nullptr;
-  size_t size = 0;
-  FILE* stream = open_memstream(&text, &size);
-
-  MemoryStream() { CHECK(stream != NULL); }
+// A stream into memory. The stdio buffer gathers the writer's small pieces;
+// each flush appends them to the text, which grows in place. The text is
+// freed with the stream unless taken.
+class MemoryStream {
+ public:
+  MemoryStream() {
+    cookie_io_functions_t functions = {nullptr, append, nullptr, nullptr};
+    stream = fopencookie(this, "w", functions);
+    CHECK(stream != NULL);
+    CHECK(setvbuf (stream, nullptr, _IOFBF, kBufferSize) == 0);
+  }
   ~MemoryStream() {
     if (stream != nullptr) fclose(stream);
     free(text);
@@ -358,8 +363,11 @@ struct MemoryStream {
   MemoryStream(const MemoryStream&) = delete;
   MemoryStream& operator=(const MemoryStream&) = delete;
 
+  FILE* file() const { return stream; }
+  const char* data() const { return text; }
+  size_t size() const { return length; }
   void close() {
-    fclose(stream);
+    CHECK(fclose (stream) == 0);
     stream = nullptr;
   }
   char* take() {
@@ -367,19 +375,36 @@ struct MemoryStream {
     text = nullptr;
     return taken;
   }
+
+ private:
+  static constexpr size_t kBufferSize = size_t(1) << 16;
+
+  static ssize_t append(void* cookie, const char* data, size_t size) {
+    auto* memory = static_cast<MemoryStream*>(cookie);
+    if (memory->length + size > memory->capacity) {
+      size_t capacity = std::max(memory->capacity * 2, memory->length + size);
+      char* larger = static_cast<char*>(realloc(memory->text, capacity));
+      if (larger == nullptr) return -1;
+      memory->text = larger;
+      memory->capacity = capacity;
+    }
+    memcpy(memory->text + memory->length, data, size);
+    memory->length += size;
+    return ssize_t(size);
+  }
+
+  FILE* stream = nullptr;
+  char* text = nullptr;
+  size_t length = 0;
+  size_t capacity = 0;
 };
 
 using MallocText = std::unique_ptr<char, decltype(&free)>;
 
-// The world as writable NUL-ended text, inflated when it is gzip-compressed.
-MallocText worldText(const Run& run) {
-  MallocText text(static_cast<char*>(malloc(run.inputSize + 1)), free);
-  CHECK(text != NULL);
-  if (run.inputSize != 0) memcpy(text.get(), run.input, run.inputSize);
-  text.get()[run.inputSize] = 0;
-  if (!isGzipData(run.input, run.inputSize)) return text;
+// The world inflated when it is gzip-compressed, as NUL-ended text.
+MallocText inflatedText(const Run& run) {
   size_t size;
-  text.reset(gunzipData(run.input, run.inputSize, &size));
+  MallocText text(gunzipData(run.text, run.textSize, &size), free);
   if (text == nullptr) {
     printMessage("Failed to decompress file %s\n", run.inputName);
     CHECK(0);
@@ -387,25 +412,33 @@ MallocText worldText(const Run& run) {
   return text;
 }
 
+void readWorld(VPFile* file, const Run& run) {
+  if (!isGzipData(run.text, run.textSize)) {
+    file->parseText(run.text);
+  } else {
+    file->parseText(inflatedText(run).get());
+  }
+}
+
 void writeWorld(VPFile* file, Run* run) {
   MemoryStream world;
-  file->write(world.stream);
+  file->write(world.file());
   world.close();
   if (!run->options->gzipOutput) {
-    run->outputSize = world.size;
+    run->outputSize = world.size();
     run->output = world.take();
     return;
   }
   MemoryStream compressed;
-  CHECK(writeGzipData (compressed.stream, world.text, world.size));
+  CHECK(writeGzipData (compressed.file(), world.data(), world.size()));
   compressed.close();
-  run->outputSize = compressed.size;
+  run->outputSize = compressed.size();
   run->output = compressed.take();
 }
 
 void runPasses(Run* run) {
   VPFile file;
-  file.parseText(worldText(*run).get());
+  readWorld(&file, *run);
   file.scanNodes();
   file.hoistProtoDefaults();
   file.runCascade();
@@ -465,10 +498,9 @@ void endRun(Run* run, Diagnostics* outer) {
   vrml97Option = 0;
 }
 
-}  // namespace
-
-void pareWorld(const char* input, size_t size, const PareOptions* options, PareResult* result) {
-  Run run(input, size, options);
+// The run over a text of the caller's that the passes may write into.
+void pareWorldText(char* text, size_t size, const PareOptions* options, PareResult* result) {
+  Run run(text, size, options);
   Diagnostics* outer = diagnostics;
   beginRun(&run);
   runOnPassStack(&run);
@@ -480,6 +512,16 @@ void pareWorld(const char* input, size_t size, const PareOptions* options, PareR
   result->messages = static_cast<char*>(malloc(run.messages.size() + 1));
   CHECK(result->messages != NULL);
   memcpy(result->messages, run.messages.c_str(), run.messages.size() + 1);
+}
+
+}  // namespace
+
+void pareWorld(const char* input, size_t size, const PareOptions* options, PareResult* result) {
+  MallocText text(static_cast<char*>(malloc(size + 1)), free);
+  CHECK(text != NULL);
+  if (size != 0) memcpy(text.get(), input, size);
+  text.get()[size] = 0;
+  pareWorldText(text.get(), size, options, result);
 }
 
 void releasePareResult(PareResult* result) {
@@ -537,23 +579,25 @@ bool hasSuffix(const char* name, const char* suffix) {
 }
 
 // The whole input file; a failure is reported as a failed check.
-std::vector<char> readInputFile(const char* path) {
+MallocText readInputFile(const char* path, size_t* size) {
   struct stat status;
   if (stat(path, &status) != 0) {
     printMessage("File %s doesn't exist\n", path);
     CHECK(0);
   }
-  std::vector<char> bytes(size_t(status.st_size));
-  FILE* input = fopen(path, "rb");
+  *size = size_t(status.st_size);
+  MallocText bytes(static_cast<char*>(malloc(*size + 1)), free);
+  FILE* input = bytes != nullptr ? fopen(path, "rb") : nullptr;
   if (input == nullptr) {
     printMessage("Failed to read file %s\n", path);
     CHECK(0);
   }
-  if (fread(bytes.data(), 1, bytes.size(), input) != bytes.size()) {
+  if (fread(bytes.get(), 1, *size, input) != *size) {
     printMessage("Failed to read entire file %s\n", path);
     CHECK(0);
   }
   fclose(input);
+  bytes.get()[*size] = 0;
   return bytes;
 }
 
@@ -585,13 +629,14 @@ int worldPareMain(int argc, char** argv) {
     printMessage("File %s already exists\n", line.outputFileName);
     return -2;
   }
-  std::vector<char> input = readInputFile(line.inputFileName);
+  size_t inputSize;
+  MallocText input = readInputFile(line.inputFileName, &inputSize);
   PareOptions options = {line.leniency, line.vrml97,
                          hasSuffix(line.outputFileName, ".wrz") ||
                              hasSuffix(line.outputFileName, ".gz"),
                          line.inputFileName};
   PareResult result;
-  pareWorld(input.data(), input.size(), &options, &result);
+  pareWorldText(input.get(), inputSize, &options, &result);
   fwrite(result.messages, 1, result.messagesSize, stderr);
   int exitStatus = result.status;
   if (exitStatus == 1) exitStatus = writeOutputFile(line.outputFileName, result);
