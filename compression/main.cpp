@@ -2,6 +2,7 @@
 // line around it, the context stack, the reports and the orderly stop.
 #include "main.h"
 
+#include <libdeflate.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #ifndef __EMSCRIPTEN__
@@ -18,8 +19,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <zlib.h>
 
 #include "pareworld.h"
 #include "vrmlcascade.h"
@@ -180,61 +179,73 @@ bool isGzipData(const char* data, size_t size) {
 
 namespace {
 
-constexpr int kGzipWindowBits = 15 + 16;  // the largest window, with the gzip wrapper
+// The highest level of libdeflate, whose output any gzip reader inflates.
+constexpr int kGzipLevel = 12;
+
+// The size that the last member's trailer gives, taken as a first guess of the
+// whole text when it is plausible: deflate shrinks at most about 1032 to 1.
+size_t guessInflatedSize(const unsigned char* data, size_t size) {
+  size_t lastSize = size >= 4 ? size_t(data[size - 4]) | size_t(data[size - 3]) << 8 |
+                                    size_t(data[size - 2]) << 16 | size_t(data[size - 1]) << 24
+                              : 0;
+  return lastSize <= size * 1032 ? std::max(lastSize, size * 4) : size * 4;
+}
+
+// Inflates one member after another into `*text`, growing it and inflating a
+// member again when it does not fit; false when a member is damaged or cut.
+bool inflateMembers(libdeflate_decompressor* inflater, const unsigned char* data, size_t size,
+                    char** text, size_t* capacity, size_t* textSize) {
+  size_t position = 0;
+  *textSize = 0;
+  while (position < size) {
+    size_t used = 0, produced = 0;
+    libdeflate_result result =
+        libdeflate_gzip_decompress_ex(inflater, data + position, size - position, *text + *textSize,
+                                      *capacity - *textSize, &used, &produced);
+    if (result == LIBDEFLATE_INSUFFICIENT_SPACE) {
+      *capacity *= 2;
+      char* larger = static_cast<char*>(realloc(*text, *capacity + 1));
+      if (larger == nullptr) return false;
+      *text = larger;
+      continue;
+    }
+    if (result != LIBDEFLATE_SUCCESS) return false;
+    position += used;
+    *textSize += produced;
+  }
+  return true;
+}
 
 }  // namespace
 
+// A stream of several members inflates to their texts one after another.
 char* gunzipData(const char* data, size_t size, size_t* textSize) {
-  z_stream z = {};
-  if (inflateInit2(&z, kGzipWindowBits) != Z_OK) return nullptr;
-  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
-  z.avail_in = uInt(size);
-  size_t capacity = size * 4 + 1024;
+  const unsigned char* bytes = reinterpret_cast<const unsigned char*>(data);
+  size_t capacity = guessInflatedSize(bytes, size);
   char* text = static_cast<char*>(malloc(capacity + 1));
-  int status = Z_OK;
-  while (text != nullptr && status == Z_OK) {
-    if (z.total_out == capacity) {
-      capacity *= 2;
-      char* larger = static_cast<char*>(realloc(text, capacity + 1));
-      if (larger == nullptr) free(text);
-      text = larger;
-      if (text == nullptr) break;
-    }
-    z.next_out = reinterpret_cast<Bytef*>(text + z.total_out);
-    z.avail_out = uInt(capacity - z.total_out);
-    status = inflate(&z, Z_NO_FLUSH);
-    if (status == Z_BUF_ERROR && z.avail_out != 0) break;  // input ends before the stream
-    if (status == Z_BUF_ERROR) status = Z_OK;
-  }
-  inflateEnd(&z);
-  if (status != Z_STREAM_END || z.avail_in != 0 || text == nullptr) {
+  libdeflate_decompressor* inflater = libdeflate_alloc_decompressor();
+  bool inflated = text != nullptr && inflater != nullptr &&
+                  inflateMembers(inflater, bytes, size, &text, &capacity, textSize);
+  libdeflate_free_decompressor(inflater);
+  if (!inflated) {
     free(text);
     return nullptr;
   }
-  *textSize = z.total_out;
   text[*textSize] = 0;
   return text;
 }
 
 bool writeGzipData(FILE* stream, const char* data, size_t size) {
-  z_stream z = {};
-  if (deflateInit2(&z, Z_BEST_COMPRESSION, Z_DEFLATED, kGzipWindowBits, 9, Z_DEFAULT_STRATEGY) !=
-      Z_OK) {
-    return false;
-  }
-  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
-  z.avail_in = uInt(size);
-  static unsigned char chunk[1 << 16];
-  int status;
-  do {
-    z.next_out = chunk;
-    z.avail_out = sizeof chunk;
-    status = deflate(&z, Z_FINISH);
-    size_t produced = sizeof chunk - z.avail_out;
-    if (status == Z_STREAM_ERROR || fwrite(chunk, 1, produced, stream) != produced) break;
-  } while (status != Z_STREAM_END);
-  deflateEnd(&z);
-  return status == Z_STREAM_END;
+  libdeflate_compressor* deflater = libdeflate_alloc_compressor(kGzipLevel);
+  if (deflater == nullptr) return false;
+  size_t bound = libdeflate_gzip_compress_bound(deflater, size);
+  char* packed = static_cast<char*>(malloc(bound));
+  size_t packedSize =
+      packed != nullptr ? libdeflate_gzip_compress(deflater, data, size, packed, bound) : 0;
+  libdeflate_free_compressor(deflater);
+  bool written = packedSize != 0 && fwrite(packed, 1, packedSize, stream) == packedSize;
+  free(packed);
+  return written;
 }
 
 /* ---------------------------------------------------------------------------

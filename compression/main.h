@@ -63,10 +63,10 @@ int worldPareMain(int argc, char** argv);
 
 // gzip-compressed worlds.
 bool isGzipData(const char* data, size_t size);
-/// The stream inflated into a new malloc'd buffer with a NUL behind it, or
-/// NULL when the stream is damaged or cut short.
+/// The stream, of one member or several, inflated into a new malloc'd buffer
+/// with a NUL behind it, or NULL when the stream is damaged or cut short.
 char* gunzipData(const char* data, size_t size, size_t* textSize);
-/// Writes the bytes gzip-compressed at the highest level; false on a failure.
+/// Writes the bytes gzip-compressed at libdeflate's highest level; false on a failure.
 bool writeGzipData(FILE* stream, const char* data, size_t size);
 
 // Number text, shared by the VRML and script tokenizers, readers and writers.
