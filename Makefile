@@ -2,10 +2,13 @@
 BUILD := build
 ASAN_BUILD := build-asan
 COVERAGE_BUILD := build-coverage
+FUZZ_BUILD := build-fuzz
+FUZZ_SECONDS := 60
+FUZZ_TARGETS := world script number
 JOBS := 2
 EXAMPLE := examples/lamp.wrl
 
-.PHONY: all build build-asan run test test-plain test-asan bench coverage clean
+.PHONY: all build build-asan build-fuzz run test test-plain test-asan bench fuzz coverage clean
 
 all: build
 
@@ -38,8 +41,28 @@ bench: build
 	mkdir -p $(BUILD)/bench
 	./$(BUILD)/bench_world ./$(BUILD)/worldPare $(BUILD)/bench
 
+# libFuzzer under AddressSanitizer and UndefinedBehaviorSanitizer (clang 14).
+build-fuzz:
+	cmake -S . -B $(FUZZ_BUILD) -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DWORLDPARE_SANITIZE=ON -DWORLDPARE_FUZZ=ON >/dev/null
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target $(addprefix fuzz_,$(FUZZ_TARGETS))
+
+# Each target for FUZZ_SECONDS from the committed seeds and what earlier runs
+# found; a slow input (-timeout) or a growing one (-rss_limit_mb) is a finding,
+# whose input is left in $(FUZZ_BUILD)/ as crash-*, timeout-*, leak-* or oom-*.
+fuzz: build-fuzz
+	set -e; for target in $(FUZZ_TARGETS); do \
+	  mkdir -p $(FUZZ_BUILD)/corpus-$$target; \
+	  ./$(FUZZ_BUILD)/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -timeout=5 -rss_limit_mb=2048 \
+	    -max_len=8192 -dict=fuzz/worldpare.dict -artifact_prefix=$(FUZZ_BUILD)/ -print_final_stats=1 \
+	    $(FUZZ_BUILD)/corpus-$$target fuzz/seeds/$$target 2>$(FUZZ_BUILD)/fuzz-$$target.log \
+	    || { tail -60 $(FUZZ_BUILD)/fuzz-$$target.log; exit 1; }; \
+	  grep -h "stat::number_of_executed_units\|stat::average_exec_per_sec" $(FUZZ_BUILD)/fuzz-$$target.log \
+	    | sed "s/^/fuzz_$$target /"; \
+	done
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(COVERAGE_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(COVERAGE_BUILD) $(FUZZ_BUILD)
 
 # Line coverage of the script simulator by the unit tests.
 coverage:

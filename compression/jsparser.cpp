@@ -145,7 +145,8 @@ void JSParser::scanNumber() {
 }
 
 // The token runs to the next quote of its kind, which it includes; a backslash
-// protects the character behind it. No escape is resolved.
+// protects the character behind it. No escape is resolved. Text that ends
+// first ends the token; under --vrml97 such code does not load at all.
 void JSParser::scanString() {
   char quote = *cursor;
   char* p = cursor + 1;
@@ -153,6 +154,7 @@ void JSParser::scanString() {
     if (*p == '\\' && p[1] != 0) p++;
     p++;
   }
+  if (vrml97Option) CHECK(*p == quote);
   if (*p == quote) p++;
   endToken(p, TokString);
 }

@@ -151,6 +151,14 @@ TEST(Vrml97Scripts, ConstructsThatTheSimulatorDoesNotModelMakeTheScriptOpaque) {
   }
 }
 
+// Code that cannot load does nothing; the Script keeps it as read.
+TEST(Vrml97Scripts, AnUnclosedStringMakesTheScriptOpaque) {
+  const char* world = "Script { url \"javascript: function initialize() { } s = 'open\" }";
+  EXPECT_EQ(asVrml97([&]() { return compressedWorld(world); }),
+            "#VRML V2.0 utf8\nScript {\n"
+            "url \"javascript: function initialize() { } s = 'open\"\n}\n");
+}
+
 TEST(Vrml97Scripts, EventsThatOnlyTheWiderRulesSeeKeepTheirReceivers) {
   struct {
     const char* what;

@@ -1,0 +1,1 @@
+@ function initialize() { lit = true; }

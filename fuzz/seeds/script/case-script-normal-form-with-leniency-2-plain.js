@@ -1,0 +1,6 @@
+@
+    // flips the light
+    function touched(value, time) {
+      state = !state;    /* remember */
+      light = state
+      print(\

@@ -1,0 +1,1 @@
+B function initialize() { lit = true; }

@@ -1,0 +1,2 @@
+@
+    function touch(t) { count = count + step; count_changed = count; }

@@ -1,0 +1,2 @@
+B
+    function touch(t) { count = count + step; count_changed = count; }
