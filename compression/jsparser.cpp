@@ -553,15 +553,17 @@ JSExpression* JSParser::parsePostfix() {
 }
 
 // Member: Primary { "." Primary | "[" Expression "]" | "(" ExpressionList ")" }
+// Under --vrml97 the dot is a dot, not a number such as ".5", and a name follows it.
 JSExpression* JSParser::parseMember() {
   JSExpression* expr = parsePrimary();
   if (expr == nullptr) return nullptr;
   for (;;) {
     nextToken();
-    if (*token == '.') {
+    if (*token == '.' && (!vrml97Option || tokType == TokPunctuation)) {
       expr = newOperator(JSExpression::BINARY, token, tokType, expr);
       expr->binary.expr2 = parsePrimary();
       CHECK(expr->binary.expr2 != NULL);
+      if (vrml97Option) CHECK(expr->binary.expr2->type == JSExpression::OBJECT);
     } else if (*token == '[') {
       expr = newOperator(JSExpression::INDEX, token, tokType, expr);
       expr->binary.expr2 = parseExpression();

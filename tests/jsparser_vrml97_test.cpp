@@ -151,12 +151,22 @@ TEST(Vrml97Scripts, ConstructsThatTheSimulatorDoesNotModelMakeTheScriptOpaque) {
   }
 }
 
-// Code that cannot load does nothing; the Script keeps it as read.
-TEST(Vrml97Scripts, AnUnclosedStringMakesTheScriptOpaque) {
-  const char* world = "Script { url \"javascript: function initialize() { } s = 'open\" }";
-  EXPECT_EQ(asVrml97([&]() { return compressedWorld(world); }),
-            "#VRML V2.0 utf8\nScript {\n"
-            "url \"javascript: function initialize() { } s = 'open\"\n}\n");
+// Code that cannot load does nothing; the Script keeps it as read: a string
+// that the text ends before its closing quote, a number or a string behind a
+// member's dot, a number that begins with a dot where a member could stand.
+TEST(Vrml97Scripts, CodeThatCannotLoadMakesTheScriptOpaque) {
+  const char* scripts[] = {
+      "function initialize() { } s = 'open",
+      "function initialize() { v = a.7; }",
+      "function initialize() { v = a.'x'; }",
+      "function initialize() { v = a .5 c; }",
+  };
+  for (const char* script : scripts) {
+    std::string world = std::string("Script { url \"javascript: ") + script + "\" }";
+    EXPECT_EQ(asVrml97([&]() { return compressedWorld(world); }),
+              std::string("#VRML V2.0 utf8\nScript {\nurl \"javascript: ") + script + "\"\n}\n")
+        << script;
+  }
 }
 
 TEST(Vrml97Scripts, EventsThatOnlyTheWiderRulesSeeKeepTheirReceivers) {
