@@ -122,15 +122,20 @@ void JSParser::scanNumber() {
   }
   bool leadingZero = *p == '0';
   while (*p == '0') p++;
+  // --vrml97: code with a number that ECMAScript does not read does not load:
+  // "00x1", a hexadecimal or an exponent part without digits, a name behind.
   if (*p == 'x' || *p == 'X') {
     char* digits = p + 1;
-    endToken(skipHexDigits(digits), TokInt);
+    char* end = skipHexDigits(digits);
+    if (vrml97Option) CHECK(p == cursor + 1 && end != digits && !isIdentifierPart(*end));
+    endToken(end, TokInt);
     tokValue.intValue = 0;
     readHexadecimal(digits, &tokValue.intValue);
     return;
   }
   bool isFloat;
   p = skipDecimalNumber(p, &isFloat);
+  if (vrml97Option) CHECK((isDecimalDigit(p[-1]) || p[-1] == '.') && !isIdentifierPart(*p));
   if (isFloat) {
     endToken(p, TokFloat);
     readFloat(token, &tokValue.floatValue);

@@ -62,14 +62,44 @@ const char kUsage[] =
     "Usage: worldPare [-l] <file_in> <file_out>\n\n"
     "  -l   Sets the leniency flag.  Recoverable errors changed to warnings.\n";
 
+// A report stays readable and small also when the world is not: a text keeps
+// its first kLongText characters (the most a line of a report had in the
+// first versions of the tool), and a dump of more than kLongDump bytes keeps
+// kDumpEnd bytes of lines at each end. A DEF name of 60000 characters on a
+// node in a cycle of events would otherwise print on each of 10000 lines.
+constexpr size_t kLongText = 1023;
+constexpr size_t kLongDump = size_t(5) << 20;
+constexpr size_t kDumpEnd = size_t(256) << 10;
+
+// The text of a report's format: its conversions are %s and %d (and %%). A
+// string is measured, never copied past the kept part, so that a name of
+// 600000 characters on each of 100000 lines costs little.
 std::string formatText(const char* format, va_list args) {
-  va_list copy;
-  va_copy(copy, args);
-  int length = vsnprintf(nullptr, 0, format, copy);
-  va_end(copy);
-  std::string text(length > 0 ? size_t(length) : 0, '\0');
-  vsnprintf(text.data(), text.size() + 1, format, args);
-  return text;
+  std::string text;
+  size_t length = 0;
+  auto append = [&text, &length](const char* part, size_t size) {
+    if (text.size() < kLongText) text.append(part, std::min(size, kLongText - text.size()));
+    length += size;
+  };
+  for (const char* p = format; *p != 0; p++) {
+    if (*p != '%') {
+      append(p, 1);
+    } else if (*++p == 's') {
+      const char* string = va_arg(args, const char*);
+      if (string == nullptr) string = "(null)";
+      append(string, strlen(string));
+    } else if (*p == 'd') {
+      char number[16];
+      append(number, size_t(snprintf(number, sizeof number, "%d", va_arg(args, int))));
+    } else {
+      CHECK(*p == '%');
+      append(p, 1);
+    }
+  }
+  if (length <= kLongText) return text;
+  bool endsLine = format[strlen(format) - 1] == '\n';
+  return text + " [... " + std::to_string(length - kLongText) + " more characters]" +
+         (endsLine ? "\n" : "");
 }
 
 void emit(const std::string& text) {
@@ -80,15 +110,37 @@ void emit(const std::string& text) {
   }
 }
 
+size_t lineBytes(const ContextCell* cell) { return cell->text.size() + 3; }
+
+// How many lines from the start of the range fill no more than kDumpEnd bytes.
+template <class Iterator>
+size_t linesWithin(Iterator line, Iterator end) {
+  size_t bytes = 0, count = 0;
+  for (; line != end && bytes + lineBytes(*line) <= kDumpEnd; ++line, ++count) {
+    bytes += lineBytes(*line);
+  }
+  return count;
+}
+
 void dumpContext() {
   emit("Stack dump:\n");
-  std::vector<const ContextCell*> cells;
+  std::vector<const ContextCell*> cells;  // oldest first
+  size_t bytes = 0;
   for (const ContextCell* cell = diagnostics->contextStack; cell != nullptr; cell = cell->next) {
     cells.push_back(cell);
+    bytes += lineBytes(cell);
   }
-  for (auto cell = cells.rbegin(); cell != cells.rend(); ++cell) {
-    emit("  " + (*cell)->text + "\n");
+  std::reverse(cells.begin(), cells.end());
+  auto print = [](const ContextCell* cell) { emit("  " + cell->text + "\n"); };
+  if (bytes <= kLongDump) {
+    for (const ContextCell* cell : cells) print(cell);
+    return;
   }
+  size_t head = linesWithin(cells.begin(), cells.end());
+  size_t tail = linesWithin(cells.rbegin(), cells.rend());
+  for (size_t i = 0; i < head; i++) print(cells[i]);
+  emit("  [... " + std::to_string(cells.size() - head - tail) + " lines left out]\n");
+  for (size_t i = cells.size() - tail; i < cells.size(); i++) print(cells[i]);
 }
 
 // The report of the first three calls, one line for the fourth, then silence.

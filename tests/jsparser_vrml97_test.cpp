@@ -153,13 +153,18 @@ TEST(Vrml97Scripts, ConstructsThatTheSimulatorDoesNotModelMakeTheScriptOpaque) {
 
 // Code that cannot load does nothing; the Script keeps it as read: a string
 // that the text ends before its closing quote, a number or a string behind a
-// member's dot, a number that begins with a dot where a member could stand.
+// member's dot, a number that begins with a dot where a member could stand,
+// numbers that ECMAScript does not read.
 TEST(Vrml97Scripts, CodeThatCannotLoadMakesTheScriptOpaque) {
   const char* scripts[] = {
       "function initialize() { } s = 'open",
       "function initialize() { v = a.7; }",
       "function initialize() { v = a.'x'; }",
       "function initialize() { v = a .5 c; }",
+      "function initialize() { v = 1e\n+2; }",
+      "function initialize() { v = 0x; }",
+      "function initialize() { v = 00x1; }",
+      "function initialize() { v = 0x1g; }",
   };
   for (const char* script : scripts) {
     std::string world = std::string("Script { url \"javascript: ") + script + "\" }";

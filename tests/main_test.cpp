@@ -1,6 +1,10 @@
 #include "main.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
 
 #include "test_util.h"
 
@@ -26,14 +30,53 @@ TEST(Reporting, AlertsDumpTheContextOldestFirstAndFallSilentAfterThree) {
       "Further alerts suppressed\n$");
 }
 
-TEST(Reporting, LongTextsAreNeverCut) {
+// A text keeps its first 1023 characters and says how many it left out; a
+// line of its own stays one.
+TEST(Reporting, LongTextsAreCutAfter1023Characters) {
   std::string name(3000, 'n');
   pushContext("Parsing PROTO %s", name.c_str());
-  EXPECT_EXIT(reportError("Duplicate definition for node %s (deleting)!", name.c_str()),
-              testing::ExitedWithCode(253),
-              "^Error: Duplicate definition for node " + name + " \\(deleting\\)!\n"
-              "Stack dump:\n  Parsing PROTO " + name + "\n$");
+  EXPECT_EXIT(
+      {
+        printMessage("Line %d node type %s unknown!\n", 3, name.c_str());
+        reportError("Duplicate definition for node %s (deleting)!", name.c_str());
+      },
+      testing::ExitedWithCode(253),
+      "^Line 3 node type " + std::string(1006, 'n') + " \\[\\.\\.\\. 2004 more characters\\]\n"
+      "Error: Duplicate definition for node " + std::string(993, 'n') +
+          " \\[\\.\\.\\. 2019 more characters\\]\n"
+          "Stack dump:\n  Parsing PROTO " + std::string(1009, 'n') +
+          " \\[\\.\\.\\. 1991 more characters\\]\n$");
   popContext();
+}
+
+// 6000 lines of 1052 bytes make a dump of more than 5 MB: it keeps the 249
+// lines that fit in 256 KB at each end, and counts the 5502 between them.
+TEST(Reporting, AHugeDumpKeepsItsEndsAndCountsTheLinesBetween) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  std::string name(2000, 'n');
+  // The child that runs the death test is a new process: the name must not vary.
+  std::string path = testing::TempDir() + "worldpare-huge-dump.txt";
+  EXPECT_EXIT(
+      {
+        if (freopen(path.c_str(), "w", stderr) == nullptr) exit(1);
+        for (int i = 1000; i < 7000; i++) pushContext("Event %d %s", i, name.c_str());
+        reportAlert("Deep");
+        exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+  auto line = [&](int i) {
+    return "  Event " + std::to_string(i) + " " + std::string(1012, 'n') +
+           " [... 988 more characters]\n";
+  };
+  std::string expected = "Alert: Deep\nStack dump:\n";
+  for (int i = 1000; i < 1249; i++) expected += line(i);
+  expected += "  [... 5502 lines left out]\n";
+  for (int i = 6751; i < 7000; i++) expected += line(i);
+  std::ifstream dump(path);
+  std::stringstream text;
+  text << dump.rdbuf();
+  EXPECT_TRUE(text.str() == expected) << text.str().size() << " bytes";
+  unlink(path.c_str());
 }
 
 TEST(Reporting, CheckReportNamesTheFileBehindItsLastSlash) {
