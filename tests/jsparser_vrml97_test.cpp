@@ -135,6 +135,17 @@ TEST(Vrml97Scripts, EachPointWithAndWithoutTheOption) {
   }
 }
 
+std::string scriptWorld(const char* script) {
+  return std::string("Script { url \"javascript: ") + script + "\" }";
+}
+
+// A Script whose code is opaque is written under --vrml97 as it was read.
+void expectWrittenAsRead(const char* script) {
+  EXPECT_EQ(asVrml97([&]() { return compressedWorld(scriptWorld(script)); }),
+            std::string("#VRML V2.0 utf8\nScript {\nurl \"javascript: ") + script + "\"\n}\n")
+      << script;
+}
+
 TEST(Vrml97Scripts, ConstructsThatTheSimulatorDoesNotModelMakeTheScriptOpaque) {
   const char* scripts[] = {
       "function initialize() { do { n = n + 1; } while (n < 3); }",
@@ -143,11 +154,8 @@ TEST(Vrml97Scripts, ConstructsThatTheSimulatorDoesNotModelMakeTheScriptOpaque) {
       "var f = function () { };",
   };
   for (const char* script : scripts) {
-    std::string world = std::string("Script { url \"javascript: ") + script + "\" }";
-    EXPECT_EXIT(compressedWorld(world), testing::ExitedWithCode(253), "") << script;
-    EXPECT_EQ(asVrml97([&]() { return compressedWorld(world); }),
-              std::string("#VRML V2.0 utf8\nScript {\nurl \"javascript: ") + script + "\"\n}\n")
-        << script;
+    EXPECT_EXIT(compressedWorld(scriptWorld(script)), testing::ExitedWithCode(253), "") << script;
+    expectWrittenAsRead(script);
   }
 }
 
@@ -166,12 +174,7 @@ TEST(Vrml97Scripts, CodeThatCannotLoadMakesTheScriptOpaque) {
       "function initialize() { v = 00x1; }",
       "function initialize() { v = 0x1g; }",
   };
-  for (const char* script : scripts) {
-    std::string world = std::string("Script { url \"javascript: ") + script + "\" }";
-    EXPECT_EQ(asVrml97([&]() { return compressedWorld(world); }),
-              std::string("#VRML V2.0 utf8\nScript {\nurl \"javascript: ") + script + "\"\n}\n")
-        << script;
-  }
+  for (const char* script : scripts) expectWrittenAsRead(script);
 }
 
 TEST(Vrml97Scripts, EventsThatOnlyTheWiderRulesSeeKeepTheirReceivers) {

@@ -1,1 +1,0 @@
-@ function initialize() { lit = true; }

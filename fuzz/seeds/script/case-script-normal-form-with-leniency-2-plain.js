@@ -1,6 +1,0 @@
-@
-    // flips the light
-    function touched(value, time) {
-      state = !state;    /* remember */
-      light = state
-      print(\

@@ -1,2 +1,0 @@
-@
-    function touch(t) { count = count + step; count_changed = count; }
