@@ -8,7 +8,10 @@ FUZZ_TARGETS := world script number
 JOBS := 2
 EXAMPLE := examples/lamp.wrl
 
-.PHONY: all build build-asan build-fuzz run test test-plain test-asan bench fuzz coverage clean
+DIFFTEST_N := 200
+DIFFTEST_SEED := 1
+
+.PHONY: all build build-asan build-fuzz run test test-plain test-asan bench fuzz difftest coverage clean
 
 all: build
 
@@ -60,6 +63,13 @@ fuzz: build-fuzz
 	  grep -h "stat::number_of_executed_units\|stat::average_exec_per_sec" $(FUZZ_BUILD)/fuzz-$$target.log \
 	    | sed "s/^/fuzz_$$target /"; \
 	done
+
+# Random worlds pared under --vrml97 and run beside their input by ../shared/tools
+# (not part of `make test`): DIFFTEST_N worlds from the seed DIFFTEST_SEED on.
+difftest: build
+	cmake --build $(BUILD) --target worldgen
+	tests/difftest/run.sh ./$(BUILD)/worldgen ./$(BUILD)/worldPare $(BUILD)/difftest \
+	  $(DIFFTEST_N) $(DIFFTEST_SEED)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(COVERAGE_BUILD) $(FUZZ_BUILD)
