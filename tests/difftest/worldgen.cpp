@@ -357,9 +357,7 @@ class Generator {
       if (!direct || !receives(field.kind)) continue;
       std::string end = node.name + "." + field.name;
       js.writes.push_back({FIELD, field.type, ref + "." + field.name, end});
-      bool clash = false;
-      for (const Field& other : node.fields) clash |= other.name == "set_" + field.name;
-      if (field.kind == EXPOSED && !clash) js.writes.push_back({FIELD, field.type, ref + ".set_" + field.name, end});
+      if (field.kind == EXPOSED && !beside(node, field)) js.writes.push_back({FIELD, field.type, ref + ".set_" + field.name, end});
     }
   }
 
@@ -493,9 +491,15 @@ class Generator {
 
   Fields randomInterface(bool external) {
     Fields fields;
+    std::vector<Field> linked;  // fields of earlier PROTOs that lead to a node: to be passed on by IS
+    for (const Proto& earlier : protos_)
+      for (size_t i = 0; i < earlier.interface.size(); i++)
+        if (earlier.depth[i] > 0) linked.push_back(earlier.interface[i]);
     for (int i = random_.range(1, 5); i > 0; i--) {
-      Kind kind = random_.pick<Kind>({FIELD, EXPOSED, EXPOSED, EVENT_IN, EVENT_OUT});
-      fields.push_back({kind, random_.pick(kTypes), kNamePrefixes[kind] + std::to_string(fields.size())});
+      Field field{random_.pick<Kind>({FIELD, EXPOSED, EXPOSED, EVENT_IN, EVENT_OUT}), random_.pick(kTypes), ""};
+      if (!external && !linked.empty() && random_.chance(50)) field = random_.pick(linked);
+      field.name = kNamePrefixes[field.kind] + std::to_string(fields.size());
+      fields.push_back(field);
     }
     if (!external && random_.chance(30)) {
       std::string type = random_.pick(kTypes), name = "x" + std::to_string(fields.size());
@@ -554,6 +558,15 @@ class Generator {
     return false;
   }
 
+  // Whether an exposedField x has an eventIn set_x beside it. A ROUTE to x is left out there:
+  // vrml-equiv names the end of such a ROUTE set_x, which is the other field.
+  static bool beside(const Named& node, const Field& field) {
+    if (field.kind != EXPOSED) return false;
+    for (const Field& other : node.fields)
+      if (other.name == "set_" + field.name) return true;
+    return false;
+  }
+
   // ROUTEs between the named nodes of a scope, never closing a circle of events: to most
   // inputs of scripts, interpolators and instances, and a few more between any two nodes.
   // Most begin at an eventOut, which unlike an exposedField can send before anything sets it.
@@ -563,7 +576,7 @@ class Generator {
       for (size_t field = 0; field < scope.nodes[node].fields.size(); field++) {
         Kind kind = scope.nodes[node].fields[field].kind;
         if (sends(kind)) outputs.insert(outputs.end(), kind == EVENT_OUT ? 8 : 1, {node, field});
-        if (receives(kind)) inputs.push_back({node, field});
+        if (receives(kind) && !beside(scope.nodes[node], scope.nodes[node].fields[field])) inputs.push_back({node, field});
       }
     for (const Endpoint& input : inputs)
       if (scope.nodes[input.node].fields[input.field].kind == EVENT_IN && random_.chance(65))
@@ -602,9 +615,7 @@ class Generator {
 
   // The name of an exposedField at a ROUTE end: plain, or with its set_ or _changed form.
   std::string endName(const Named& node, const Field& field, const std::string& prefix, const std::string& suffix) {
-    if (field.kind != EXPOSED || random_.chance(50)) return field.name;
-    for (const Field& other : node.fields)
-      if (other.name == "set_" + field.name) return field.name;
+    if (field.kind != EXPOSED || beside(node, field) || random_.chance(50)) return field.name;
     return prefix + field.name + suffix;
   }
 
