@@ -276,7 +276,7 @@ struct JSParser {
   JSArg* parseExpressionList();
 
   JSAtom* singleAtom(int type, JSAtomValue value);
-  JSAtom* knownFloat(float number);
+  JSAtom* knownFloat(double number);
   JSAtom* knownBoolean(int truth);
   JSAtom* unknownOf(int type);
   JSAtom* objectAtom(JSObject* object);
@@ -308,6 +308,7 @@ struct JSParser {
   JSExpression* pruneName(JSExpression* expr);
   JSExpression* pruneAssignment(JSExpression* expr, int precedence);
   JSExpression* foldConstants(JSExpression* expr);
+  JSExpression* foldExactly(JSExpression* expr);
   bool isProtectedName(const char* name);
 };
 

@@ -2,6 +2,10 @@
 // and the rewriting of a script by the marks that the walk left.
 #include "jssimulate.h"
 
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "main.h"
@@ -14,7 +18,16 @@ constexpr int TRUE = 1;
 // Nested simulated calls are bounded, so that no script exhausts the stack.
 constexpr int kMaxCallDepth = 1000;
 
-bool numbersEqual(float a, float b) { return !(a < b) && !(b < a); }
+bool numbersEqual(double a, double b) { return !(a < b) && !(b < a); }
+
+// The value of a number in the script: as written under --vrml97, where the
+// script computes in double precision; else a 32-bit float.
+double constantValue(const JSExpression* expr) {
+  const char* literal = vrml97Option ? expr->literal : nullptr;
+  if (literal == nullptr) return expr->type == JSExpression::INT ? float(expr->intValue) : expr->floatValue;
+  bool octal = literal[0] == '0' && isdigit(static_cast<unsigned char>(literal[1]));
+  return octal ? double(expr->intValue) : strtod(literal, nullptr);
+}
 
 int countValues(const JSAtom* atom) {
   int count = 0;
@@ -84,7 +97,7 @@ JSAtom* JSParser::singleAtom(int type, JSAtomValue value) {
   return atom;
 }
 
-JSAtom* JSParser::knownFloat(float number) {
+JSAtom* JSParser::knownFloat(double number) {
   JSAtomValue value = {};
   value.number = number;
   return singleAtom(JSAtom::FLOAT, value);
@@ -506,9 +519,8 @@ JSAtom* JSParser::simulateExpression(JSExpression* expr) {
   case JSExpression::NEW:
     return simulateNew(expr);
   case JSExpression::FLOAT:
-    return knownFloat(expr->floatValue);
   case JSExpression::INT:
-    return knownFloat(float(expr->intValue));
+    return knownFloat(constantValue(expr));
   case JSExpression::BOOLEAN:
     return knownBoolean(expr->boolValue);
   case JSExpression::STRING:
@@ -887,13 +899,25 @@ bool isConstant(const JSExpression* expr) {
   return expr->type == JSExpression::FLOAT || expr->type == JSExpression::INT;
 }
 
-float constantValue(const JSExpression* expr) {
-  return expr->type == JSExpression::FLOAT ? expr->floatValue : float(expr->intValue);
-}
-
 JSExpression* newFloat(float number) {
   JSExpression* expr = newExpression(JSExpression::FLOAT);
   expr->floatValue = number;
+  return expr;
+}
+
+// --vrml97: a number that the script wrote, or that was folded from such
+// numbers, which the script computes with in double precision.
+bool isExactConstant(const JSExpression* expr) { return isConstant(expr) && expr->literal != nullptr; }
+
+// --vrml97: a number in the shortest text that reads back as the same double.
+JSExpression* newExactNumber(double number) {
+  char text[32];
+  for (int digits = 1; digits <= 17; digits++) {
+    snprintf(text, sizeof text, "%.*g", digits, number);
+    if (strtod(text, nullptr) == number) break;
+  }
+  JSExpression* expr = newFloat(float(number));
+  expr->literal = copyString(text);
   return expr;
 }
 
@@ -1155,8 +1179,11 @@ JSExpression* JSParser::pruneExpression(JSExpression* expr, int precedence) {
     // delete, typeof and void bind as the other prefix operators do.
     int level = expr->unary.tokType == TokId ? int(TokUnary) : expr->unary.tokType;
     expr->unary.expr = pruneExpression(expr->unary.expr, level);
+    if (isToken(expr, "-") && isExactConstant(expr->unary.expr)) {
+      return newExactNumber(-constantValue(expr->unary.expr));
+    }
     if (isToken(expr, "-") && isConstant(expr->unary.expr)) {
-      return newFloat(-constantValue(expr->unary.expr));
+      return newFloat(float(-constantValue(expr->unary.expr)));
     }
     return expr;
   }
@@ -1263,10 +1290,11 @@ JSExpression* JSParser::pruneAssignment(JSExpression* expr, int precedence) {
 
 // Arithmetic of constants in 32-bit floats, and the neutral elements.
 JSExpression* JSParser::foldConstants(JSExpression* expr) {
+  if (vrml97Option) return foldExactly(expr);
   JSExpression* e1 = expr->binary.expr1;
   JSExpression* e2 = expr->binary.expr2;
   bool c1 = isConstant(e1), c2 = isConstant(e2);
-  float l = c1 ? constantValue(e1) : 0, r = c2 ? constantValue(e2) : 0;
+  float l = c1 ? float(constantValue(e1)) : 0, r = c2 ? float(constantValue(e2)) : 0;
   if (isToken(expr, "*")) {
     if (c1 && l == 0 && !hasSideEffects(e2)) return newFloat(0);
     if (c2 && r == 0 && !hasSideEffects(e1)) return newFloat(0);
@@ -1285,4 +1313,27 @@ JSExpression* JSParser::foldConstants(JSExpression* expr) {
     if (c1 && c2 && !(double(r) > -0.0001 && double(r) < 0.0001)) return newFloat(l / r);
   }
   return expr;
+}
+
+// --vrml97: arithmetic of the numbers that the script wrote, in double
+// precision as the script does it; a result that is not finite stays as
+// written. No neutral elements: `x + 0` is text when x is a string, and
+// `x * 1` a number when x is one.
+JSExpression* JSParser::foldExactly(JSExpression* expr) {
+  JSExpression* e1 = expr->binary.expr1;
+  JSExpression* e2 = expr->binary.expr2;
+  if (!isExactConstant(e1) || !isExactConstant(e2)) return expr;
+  double l = constantValue(e1), r = constantValue(e2), result;
+  if (isToken(expr, "*")) {
+    result = l * r;
+  } else if (isToken(expr, "+")) {
+    result = l + r;
+  } else if (isToken(expr, "-")) {
+    result = l - r;
+  } else if (isToken(expr, "/")) {
+    result = l / r;
+  } else {
+    return expr;
+  }
+  return std::isfinite(result) ? newExactNumber(result) : expr;
 }

@@ -14,7 +14,7 @@
 struct JSAtomValue {
   JSAtomValue* next;
   union {
-    float number;          ///< FLOAT
+    double number;         ///< FLOAT: a 32-bit float, but under --vrml97 as the script computes it
     int32_t truth;         ///< BOOLEAN: 0 or 1
     JSObject* object;      ///< OBJECT
     JSFunction* function;  ///< FUNCTION

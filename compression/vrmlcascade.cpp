@@ -104,10 +104,10 @@ bool isEventClass(const VPField* field) {
 }
 
 // The number of a script, truncated toward zero into the range of SFInt32.
-int32_t truncateToInt32(float number) {
+int32_t truncateToInt32(double number) {
   if (std::isnan(number)) return 0;
-  if (number >= 2147483647.0f) return INT32_MAX;
-  if (number <= -2147483648.0f) return INT32_MIN;
+  if (number >= 2147483647.0) return INT32_MAX;
+  if (number <= -2147483648.0) return INT32_MIN;
   return int32_t(number);
 }
 
@@ -539,7 +539,9 @@ JSAtom* scalarAtom(JSParser* parser, const VPFuzzyValue* fuzzy) {
     return atom;
   }
   for (VPValue* cell = fuzzy->values; cell != nullptr; cell = cell->next) {
-    value.number = field->theType == VPField::SFInt32 ? float(cell->intValue) : cell->floatValue;
+    value.number = field->theType != VPField::SFInt32 ? cell->floatValue
+                   : vrml97Option                       ? double(cell->intValue)
+                                                        : float(cell->intValue);
     appendAtomValue(&last, value);
   }
   return atom;
@@ -727,7 +729,7 @@ void fillEvent(VPFuzzyValue* e, JSAtom* val, int targetIsArray) {
       if (field->theType == VPField::SFInt32) {
         append()->intValue = truncateToInt32(number->number);
       } else {
-        append()->floatValue = number->number;
+        append()->floatValue = float(number->number);
       }
     }
     return;
