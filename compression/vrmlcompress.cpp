@@ -448,6 +448,13 @@ void unlinkRoute(VPRoute* route) {
 int VPNode::removeField(VPField* field, VPField* protoField) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
   VPFieldList** link = nodeType == OTHER ? &fields : &other.script.fields;
+  // --vrml97: a field that goes from a node takes the IS links of its cells
+  // along, as that of an instance in another PROTO's body.
+  if (vrml97Option && protoField == nullptr) {
+    for (VPFieldList* cell = *link; cell != nullptr; cell = cell->next) {
+      if (cell->field == field && cell->redirect != nullptr) removeIsLink(cell);
+    }
+  }
   while (*link != nullptr && !((*link)->field == field && redirectedField(*link) == protoField)) {
     link = &(*link)->next;
   }
@@ -462,6 +469,9 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
   } else if (protoField != nullptr) {
     requireNoRedirect(protoField);
   }
+  // --vrml97: through an IS link only the IS goes; the node keeps its field,
+  // with its routes and, on an instance, what its body does with it.
+  if (vrml97Option && protoField != nullptr) return 1;
   if (protoField != nullptr && protoField->theClass != field->theClass) {
     CHECK(field->theClass == VPField::EXPOSED_FIELD);
     return 1;
@@ -481,6 +491,8 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
       *isLink = linkCell->next;
     }
   }
+  // --vrml97: an exposedField may have a second cell, as set_x IS a beside x_changed IS b.
+  if (vrml97Option && protoField == nullptr && cell != nullptr) removeField(field, nullptr);
   return cell != nullptr;
 }
 
