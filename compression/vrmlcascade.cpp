@@ -1013,8 +1013,10 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData) {
   CHECK(eventDepth < 100000);
   eventDepth++;
   if (isProtoInstance()) {
+    bool linked = false;
     for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {
       if (link->protoField != field) continue;
+      linked = true;
       VPNode* node = link->node;
       eventData->field = link->nodeField;
       pushContext("Event routing to %s::%s.%s", node->other.baseProto->name,
@@ -1022,6 +1024,12 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData) {
       node->receiveEvent(eventData);
       popContext();
       eventData->field = field;
+    }
+    // --vrml97: an exposedField of the interface that no body field stands
+    // for passes each event on, as an exposedField does.
+    if (vrml97Option && !linked && field->theClass == VPField::EXPOSED_FIELD) {
+      storeEvent(eventData);
+      sendEvent(eventData);
     }
   } else {
     if (++cascadeEventCount >= kEventLimit && loopCheckArmed) {
