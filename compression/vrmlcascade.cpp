@@ -1061,7 +1061,16 @@ void VPFile::runCascade() {
     forEachNode(allProtos, [mergeValues](VPNode* proto) { proto->mergeShadows(mergeValues); });
     clearVisited();
   };
-  overTopLevel(&VPNode::initializeNode);
+  // --vrml97: nothing fixes the order in which scripts initialize, so each
+  // initialize runs again until what the others did shows it nothing new.
+  auto initializeAll = [&overTopLevel]() {
+    int changeCountBefore;
+    do {
+      changeCountBefore = fuzzyChangeCount;
+      overTopLevel(&VPNode::initializeNode);
+    } while (vrml97Option && fuzzyChangeCount != changeCountBefore);
+  };
+  initializeAll();
   int changeCountBefore;
   do {
     changeCountBefore = fuzzyChangeCount;
@@ -1072,7 +1081,7 @@ void VPFile::runCascade() {
   overProtos(1);
   overTopLevel(&VPNode::pruneScripts);
   overTopLevel(&VPNode::clearSimulation);
-  overTopLevel(&VPNode::initializeNode);
+  initializeAll();
   overTopLevel(&VPNode::simulateNodeEvents);
   forEachNode(standIns, [](VPNode* standIn) { standIn->simulateAnyUse(); });
   overProtos(0);
