@@ -111,6 +111,18 @@ int32_t truncateToInt32(double number) {
   return int32_t(number);
 }
 
+// Marks what happened at a node's cell of a field. --vrml97: on an instance of
+// a PROTO at the PROTO's cell as well, from which the pruning of the interface
+// learns that the field is used, also when the instance's own cell is an IS
+// that goes before.
+void markActivity(VPNode* node, VPFieldList* cell, int flags) {
+  cell->flags |= flags;
+  if (!vrml97Option || !node->isProtoInstance() || node->findField(cell->field) != cell) return;
+  VPFieldList* declared = node->other.baseProto->findField(cell->field);
+  CHECK(declared != NULL);
+  declared->flags |= flags;
+}
+
 }  // namespace
 
 /* ---------------------------------------------------------------------------
@@ -642,7 +654,7 @@ void VPJSObject::markField(int flags) {
     CHECK(node->nodeType == VPNode::OTHER || node->nodeType == VPNode::SCRIPT);
     VPFieldList* fieldList = node->findFieldByName(fieldName);
     CHECK(fieldList != NULL);
-    fieldList->flags |= flags;
+    markActivity(node, fieldList, flags);
   }
 }
 
@@ -959,7 +971,7 @@ void VPNode::sendEvent(VPFuzzyValue* eventData) {
     VPRoute* route = cell->route;
     if (route->sourceField != field) continue;
     CHECK(route->sourceNode == this);
-    routingCell(this, field)->flags |= FIELD_ROUTED_OUT;
+    markActivity(this, routingCell(this, field), FIELD_ROUTED_OUT);
     VPNode* dest = route->destNode;
     pushContext("Event sent to %s::%s.%s", dest->other.baseProto->name, nameOrNull(dest->name),
                 route->destField->name);
@@ -1009,7 +1021,7 @@ void VPNode::runScriptFunction(VPFuzzyValue* eventData) {
 void VPNode::receiveEvent(VPFuzzyValue* eventData) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
   VPField* field = eventData->field;
-  routingCell(this, field)->flags |= FIELD_ROUTED_IN;
+  markActivity(this, routingCell(this, field), FIELD_ROUTED_IN);
   CHECK(eventDepth < 100000);
   eventDepth++;
   if (isProtoInstance()) {
