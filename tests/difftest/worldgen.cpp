@@ -227,7 +227,7 @@ class Generator {
     for (size_t i = 0; i < fields.size(); i++) {
       const Field& field = fields[i];
       if (field.type == "SFNode") continue;
-      std::string link = random_.chance(proto ? 45 : 30) ? isLink(scope, field, proto ? proto->depth[i] : 0) : "";
+      std::string link = random_.chance(proto ? 70 : 40) ? isLink(scope, field, proto ? proto->depth[i] : 0) : "";
       if (!link.empty())
         put(link);
       else if ((field.kind == FIELD || field.kind == EXPOSED) && random_.chance(50))
@@ -314,7 +314,9 @@ class Generator {
   }
 
   void instance(Scope& scope) {
-    Proto& proto = protos_[random_.below(int(scope.visibleProtos))];
+    // In a body mostly the PROTO declared last, whose fields lead furthest by IS.
+    bool latest = scope.proto != nullptr && random_.chance(60);
+    Proto& proto = protos_[latest ? scope.visibleProtos - 1 : random_.below(int(scope.visibleProtos))];
     proto.uses++;
     if (scope.proto) features.insert("instance-in-body");
     if (proto.external) features.insert("externproto-instance");
@@ -434,7 +436,7 @@ class Generator {
     if (!parameter.empty()) inner.reads.push_back({FIELD, type, parameter});
     open("function " + name + "(" + parameter + ") {");
     if (!parameter.empty() && random_.chance(40)) put("print('" + inner.tag + " ' + " + parameter + ");");
-    for (int count = random_.range(1, 3); count > 0; count--) put(statement(inner, 0));
+    for (int count = random_.range(1, 2); count > 0; count--) put(statement(inner, 0));
     close("}");
   }
 
