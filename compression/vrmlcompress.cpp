@@ -357,6 +357,9 @@ VPFieldList* valueOfAllInstances(VPNode* proto, VPField* field) {
     CHECK(node->nodeType == VPNode::SCRIPT || node->nodeType == VPNode::OTHER);
     CHECK(node->other.baseProto == proto);
     VPFieldList* effective = node->findEffectiveField(field);
+    // --vrml97: an exposedField IS a field of the PROTO around gets its value
+    // from each instance of that PROTO: no value agreed on.
+    if (vrml97Option && effective->field->theClass != field->theClass) return nullptr;
     if (reference == nullptr) {
       reference = effective;
     } else if (!fieldValuesEqual(reference, effective)) {
