@@ -2,10 +2,10 @@
 // line around it, the context stack, the reports and the orderly stop.
 #include "main.h"
 
-#include <libdeflate.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #ifndef __EMSCRIPTEN__
+#include <libdeflate.h>
 #include <pthread.h>
 #endif
 
@@ -229,6 +229,14 @@ bool isGzipData(const char* data, size_t size) {
   return size >= 2 && (unsigned char)data[0] == 0x1f && (unsigned char)data[1] == 0x8b;
 }
 
+#ifdef __EMSCRIPTEN__
+// The WebAssembly build has no libdeflate: its page inflates and compresses
+// worlds with the browser's own streams, and a gzip stream that reaches the run
+// is one that the browser could not inflate either.
+char* gunzipData(const char*, size_t, size_t*) { return nullptr; }
+
+bool writeGzipData(FILE*, const char*, size_t) { return false; }
+#else
 namespace {
 
 // The highest level of libdeflate, whose output any gzip reader inflates.
@@ -299,6 +307,7 @@ bool writeGzipData(FILE* stream, const char* data, size_t size) {
   free(packed);
   return written;
 }
+#endif
 
 /* ---------------------------------------------------------------------------
  * Number text
@@ -381,9 +390,9 @@ namespace {
 
 // The passes recurse once per level of nesting in the world and once per event
 // delivery in a chain; sanitizer frames are several times larger.
-#ifdef WORLDPARE_SANITIZE
+#if defined(WORLDPARE_SANITIZE)
 constexpr size_t kPassStackSize = size_t(8) << 30;
-#else
+#elif !defined(__EMSCRIPTEN__)
 constexpr size_t kPassStackSize = size_t(2) << 30;
 #endif
 
