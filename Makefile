@@ -82,3 +82,73 @@ coverage:
 	cd $(COVERAGE_BUILD) && ./unit_tests >/dev/null
 	cd $(COVERAGE_BUILD) && gcov -n CMakeFiles/worldpare_core.dir/compression/jssimulate.cpp.gcda \
 	  | grep -A1 "jssimulate.cpp'"
+
+# The page: the tool in WebAssembly, run in a worker of a page that shows the
+# world beside its pared form. Emscripten's compiler finds its own JavaScript
+# modules through NODE_PATH.
+PAGE := $(BUILD)/page
+WASM_BUILD := $(BUILD)/wasm
+EMXX := NODE_PATH=/usr/share/nodejs em++
+# Linear-memory stack of the module. A delivery of an event chain takes 48
+# bytes of it: 480 KB for a chain of 10000, 4.8 MB for the command line's
+# bound of 100000; the rest is room to spare.
+WASM_STACK := 8MB
+WASM_SOURCES := $(filter-out compression/winmain.cpp,$(wildcard compression/*.cpp)) \
+  $(wildcard web/wasm/*.cpp)
+WASM_OBJECTS := $(WASM_SOURCES:%.cpp=$(WASM_BUILD)/%.o)
+# The C++ library of Debian's Emscripten has no floating-point to_chars and
+# from_chars: charconv_float.h adds them. The link wraps VPNode::receiveEvent
+# to run event chains on fresh stacks (event_stacks.cpp).
+WASM_CXXFLAGS := -O2 -std=c++17 -fwasm-exceptions -Wall -Wextra -Werror -Icompression \
+  -include web/wasm/charconv_float.h -MMD -MP
+WASM_LDFLAGS := -O2 -fwasm-exceptions -sMODULARIZE=1 -sEXPORT_NAME=createWorldPare \
+  -sENVIRONMENT=worker -sFILESYSTEM=0 -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB \
+  -sINITIAL_MEMORY=32MB -sTOTAL_STACK=$(WASM_STACK) -sEXPORTED_FUNCTIONS=_malloc,_free \
+  --js-library web/wasm/freshstack.js -Wl,--wrap=_ZN6VPNode12receiveEventEP12VPFuzzyValue
+PAGE_FILES := $(addprefix $(PAGE)/,index.html page.css page.js views.js worker.js)
+XITE := web/node_modules/x_ite/dist
+
+.PHONY: page page-tools test-tools serve-page test-page bench-page
+
+page: $(PAGE)/worldpare.js $(PAGE_FILES) $(PAGE)/x_ite/x_ite.min.js
+
+# What the machine lacks of Debian's packages: Emscripten to build the page,
+# Chromium to test it.
+page-tools:
+	sh web/setup.sh
+test-tools:
+	sh web/setup.sh test
+
+web/node_modules/.package-lock.json: web/package-lock.json
+	cd web && npm ci --no-audit --no-fund
+
+$(WASM_BUILD)/%.o: %.cpp | page-tools
+	@mkdir -p $(dir $@)
+	$(EMXX) $(WASM_CXXFLAGS) -c $< -o $@
+
+$(PAGE)/worldpare.js: $(WASM_OBJECTS) web/wasm/freshstack.js
+	@mkdir -p $(PAGE)
+	$(EMXX) $(WASM_LDFLAGS) $(WASM_OBJECTS) -o $@
+
+$(PAGE)/%: web/%
+	@mkdir -p $(PAGE)
+	cp $< $@
+
+$(PAGE)/x_ite/x_ite.min.js: web/node_modules/.package-lock.json
+	rm -rf $(PAGE)/x_ite
+	mkdir -p $(PAGE)/x_ite
+	cp -r $(XITE)/x_ite.min.js $(XITE)/x_ite.css $(XITE)/LICENSE.md $(XITE)/assets $(PAGE)/x_ite/
+
+PAGE_PORT ?= 8080
+serve-page: page
+	node web/serve.mjs $(PAGE) $(PAGE_PORT)
+
+# The page in headless Chromium against the command line, on the same worlds.
+test-page: page build test-tools
+	node web/test/page-test.mjs
+
+# The 20 MB benchmark world in the page against the command line.
+bench-page: page bench test-tools
+	node web/test/bench-page.mjs
+
+-include $(WASM_OBJECTS:.o=.d)

@@ -1,0 +1,152 @@
+// The floating-point to_chars and from_chars of the WebAssembly build
+// (web/wasm/charconv_float.h) against the complete C++ library of this build,
+// on floats that take both of its ways: the fast one in double arithmetic and
+// the exact one through printf and strtof.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "../web/wasm/charconv_float.h"
+
+namespace {
+
+using charconv_float::ComputedWay;
+using charconv_float::Decimal;
+
+std::string libraryShortest(float value) {
+  char text[64];
+  return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
+}
+
+std::string shortest(float value) {
+  char text[64];
+  return std::string(text, charconv_float::toCharsShortest(text, text + sizeof text, value).ptr);
+}
+
+std::string libraryGeneral(double value, int precision) {
+  char text[64];
+  return std::string(
+      text,
+      std::to_chars(text, text + sizeof text, value, std::chars_format::general, precision).ptr);
+}
+
+std::string general(double value, int precision) {
+  char text[64];
+  return std::string(
+      text, charconv_float::toCharsGeneral(text, text + sizeof text, value, precision).ptr);
+}
+
+float fromBits(uint32_t bits) {
+  float value;
+  memcpy(&value, &bits, sizeof value);
+  return value;
+}
+
+// Every power of two with its neighbours, the floats next to powers of ten,
+// integers, decimals as files write them, and random bit patterns.
+std::vector<float> sampleFloats() {
+  std::vector<float> values;
+  for (uint32_t exponent = 0; exponent < 255; exponent++) {
+    for (int step = -2; step <= 2; step++) {
+      if (exponent == 0 && step < 0) continue;
+      values.push_back(fromBits((exponent << 23) + uint32_t(step)));
+    }
+  }
+  for (int power = -45; power <= 38; power++) {
+    float value = std::pow(10.0f, float(power));
+    values.insert(values.end(), {value, std::nextafter(value, 0.0f),
+                                 std::nextafter(value, INFINITY)});
+  }
+  for (uint32_t integer = 0; integer < (1u << 25); integer += 4099) {
+    values.push_back(float(integer));
+  }
+  std::mt19937 random(5);
+  std::uniform_int_distribution<int> digits(0, 9999999);
+  std::uniform_int_distribution<int> exponent(-12, 12);
+  for (int i = 0; i < 60000; i++) {
+    char text[32];
+    snprintf(text, sizeof text, "%de%d", digits(random), exponent(random));
+    values.push_back(strtof(text, nullptr));
+  }
+  for (int i = 0; i < 60000; i++) {
+    float value = fromBits(random());
+    if (!std::isnan(value)) values.push_back(value);
+  }
+  return values;
+}
+
+const std::vector<float>& samples() {
+  static const std::vector<float> values = sampleFloats();
+  return values;
+}
+
+TEST(CharconvFloat, ShortestTextIsTheLibrarys) {
+  int mismatches = 0;
+  for (float value : samples()) {
+    if (shortest(value) == libraryShortest(value)) continue;
+    ADD_FAILURE() << libraryShortest(value) << " written as " << shortest(value);
+    if (++mismatches == 10) break;
+  }
+}
+
+TEST(CharconvFloat, GeneralTextIsTheLibrarys) {
+  int mismatches = 0;
+  for (int precision : {1, 6, 9}) {
+    for (float value : samples()) {
+      if (general(value, precision) == libraryGeneral(value, precision)) continue;
+      ADD_FAILURE() << libraryGeneral(value, precision) << " written as "
+                    << general(value, precision) << " with precision " << precision;
+      if (++mismatches == 10) return;
+    }
+  }
+}
+
+TEST(CharconvFloat, ReadsWhatTheLibraryReadsFromEitherText) {
+  int mismatches = 0;
+  for (float value : samples()) {
+    for (const std::string& text : {libraryShortest(value), libraryGeneral(value, 6)}) {
+      float expected = 0, read = 0;
+      std::from_chars(text.data(), text.data() + text.size(), expected);
+      charconv_float::fromChars(text.data(), text.data() + text.size(), read);
+      if (memcmp(&expected, &read, sizeof read) == 0) continue;
+      ADD_FAILURE() << text << " read as " << read << ", not " << expected;
+      if (++mismatches == 10) return;
+    }
+  }
+}
+
+// How much of each text is read, the error and the value, as the library has them.
+TEST(CharconvFloat, ReadsAsMuchOfATextAsTheLibrary) {
+  const char* texts[] = {"1e",       "1e+",   "-.5",    ".5",      "5.",    "-0",    "0.000",
+                         "1e-50",    "1e50",  "1.5e-45", "3.4028236e38", "-e5", "abc", "00012.500",
+                         "1E5x",     "7.038531e-26", "123456789012345678901234",
+                         "0.1234567890123456789012e3", "1.00000005960464477539062500001"};
+  for (const char* text : texts) {
+    const char* last = text + strlen(text);
+    float expected = 7, read = 7;
+    std::from_chars_result library = std::from_chars(text, last, expected);
+    std::from_chars_result ours = charconv_float::fromChars(text, last, read);
+    EXPECT_EQ(ours.ptr - text, library.ptr - text) << text;
+    EXPECT_EQ(ours.ec, library.ec) << text;
+    EXPECT_EQ(memcmp(&expected, &read, sizeof read), 0)
+        << text << ": " << read << ", not " << expected;
+  }
+}
+
+// Both ways are taken: the fast one for numbers as worlds hold them, the
+// exact one beyond the exact powers of ten.
+TEST(CharconvFloat, FastWayDecidesOrdinaryNumbersOnly) {
+  Decimal decimal;
+  for (float value : {0.1f, 12.34567f, 1024.0f, 3.0e-7f}) {
+    EXPECT_TRUE(charconv_float::shortestDecimal<ComputedWay>(value, &decimal)) << value;
+  }
+  for (float value : {1e30f, 1e-30f, 3.4028235e38f}) {
+    EXPECT_FALSE(charconv_float::shortestDecimal<ComputedWay>(value, &decimal)) << value;
+  }
+}
+
+}  // namespace
