@@ -731,10 +731,16 @@ void printExpression(FILE* stream, const JSExpression* expr) {
       printOperand(stream, expr->unary.token, expr->unary.expr);
     }
     return;
-  case JSExpression::BINARY:
+  case JSExpression::BINARY: {
     printExpression(stream, expr->binary.expr1);
+    // --vrml97: the member of a number, "0 .x", would read as "0." and a name.
+    int left = expr->binary.expr1->type;
+    bool memberOfNumber = *expr->binary.token == '.' &&
+                          (left == JSExpression::INT || left == JSExpression::FLOAT);
+    if (vrml97Option && memberOfNumber) printText(stream, " ");
     printOperand(stream, expr->binary.token, expr->binary.expr2);
     return;
+  }
   case JSExpression::CONDITIONAL:
     printExpression(stream, expr->conditional.test);
     printText(stream, "?");

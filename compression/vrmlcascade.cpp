@@ -1048,6 +1048,10 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData) {
       loopCheckArmed = 0;
       reportError("Infinite or near infinite loop detected!");
     }
+    // Under -l the loop message lets the cascade go on, and routes that fork
+    // and join again deliver twice as often with every fork: a million
+    // deliveries without a new record are taken as endless.
+    CHECK(cascadeEventCount < 1000000);
     if (field->theClass == VPField::EXPOSED_FIELD) {
       storeEvent(eventData);
       sendEvent(eventData);

@@ -149,6 +149,28 @@ TEST(PareWorld, GoldenCasesInOneProcessForwardThenBackward) {
   for (auto run = runs.rbegin(); run != runs.rend(); ++run) expectGoldenOutcome(*run);
 }
 
+// Under -l the loop message lets the cascade go on. Routes that fork in two
+// and join again, 20 times over, would deliver 2^20 times more events than a
+// chain: the check after a million deliveries without a new record ends it.
+TEST(PareWorld, ForkingRoutesUnderLeniencyEndAfterAMillionDeliveries) {
+  std::string world = "#VRML V2.0 utf8\nDEF P PositionInterpolator { }\n";
+  std::string routes = "ROUTE P.value_changed TO A0.translation\n";
+  for (int i = 0; i < 20; i++) {
+    std::string a = "A" + std::to_string(i), next = "A" + std::to_string(i + 1);
+    world += "DEF " + a + " Transform { } DEF B" + a + " Transform { } DEF C" + a + " Transform { }\n";
+    routes += "ROUTE " + a + ".translation TO B" + a + ".translation\n";
+    routes += "ROUTE " + a + ".translation TO C" + a + ".translation\n";
+    routes += "ROUTE B" + a + ".translation TO " + next + ".translation\n";
+    routes += "ROUTE C" + a + ".translation TO " + next + ".translation\n";
+  }
+  world += "DEF A20 Transform { }\n" + routes;
+  Outcome outcome = pared(world, {1, 0, 0, nullptr});
+  EXPECT_EQ(outcome.status, -3);
+  EXPECT_EQ(outcome.messages.rfind("Warning: Infinite or near infinite loop detected!\n", 0), 0u);
+  EXPECT_NE(outcome.messages.find("Assertion failed \"cascadeEventCount < 1000000\""),
+            std::string::npos);
+}
+
 // What the command line gives for the world, run as its own process.
 Outcome commandLineOutcome(const std::string& world, const std::string& options) {
   char pattern[] = "/tmp/pareworld-cli-XXXXXX";
