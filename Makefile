@@ -56,7 +56,7 @@ build-fuzz:
 fuzz: build-fuzz
 	set -e; for target in $(FUZZ_TARGETS); do \
 	  mkdir -p $(FUZZ_BUILD)/corpus-$$target; \
-	  ./$(FUZZ_BUILD)/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -timeout=5 -rss_limit_mb=2048 \
+	  ./$(FUZZ_BUILD)/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -timeout=20 -rss_limit_mb=2048 \
 	    -max_len=8192 -dict=fuzz/worldpare.dict -artifact_prefix=$(FUZZ_BUILD)/ -print_final_stats=1 \
 	    $(FUZZ_BUILD)/corpus-$$target fuzz/seeds/$$target 2>$(FUZZ_BUILD)/fuzz-$$target.log \
 	    || { tail -60 $(FUZZ_BUILD)/fuzz-$$target.log; exit 1; }; \
