@@ -1,6 +1,7 @@
 #!/bin/sh
-# Module boundaries: the string table includes no other module, main.h no
-# scene header, and the script modules no VRML header.
+# Module boundaries: the run heap includes no other module in its header, the
+# string table only the run heap, main.h no scene header, and the script
+# modules no VRML header.
 cd "$(dirname "$0")/../compression" || exit 2
 status=0
 forbid() {
@@ -11,6 +12,7 @@ forbid() {
     status=1
   fi
 }
+forbid "runheap.h" "main\.h|stringtable\.h|vrml.*\.h|js.*\.h"
 forbid "stringtable.h stringtable.cpp" "main\.h|vrml.*\.h|js.*\.h"
 forbid "main.h" "vrml.*\.h|js.*\.h"
 forbid "$(ls js*.h js*.cpp 2>/dev/null)" "vrml.*\.h"
