@@ -1529,6 +1529,9 @@ VPFieldList* VPFile::parseDeclaration(int withValues) {
   } else {
     parseEventIs(cell);
   }
+  // A Script's field tied to a PROTO field of another type would read the
+  // values of one type as the other.
+  if (cell->redirect != nullptr) CHECK(cell->redirect->field->theType == field->theType);
   return cell;
 }
 
