@@ -48,7 +48,9 @@ struct Diagnostics {
 Diagnostics* diagnostics = new Diagnostics;
 
 // What ends a run early: thrown by a stop, caught where the passes began.
-struct RunStopped {};
+struct RunStopped {
+  int status;
+};
 
 size_t contextDepth() {
   size_t depth = 0;
@@ -218,7 +220,7 @@ void assertionFailed(const char* expression, const char* file, int line) {
 
 void stopRun() {
   if (diagnostics->messages == nullptr) exit(-3);
-  throw RunStopped{};
+  throw RunStopped{-3};
 }
 
 /* ---------------------------------------------------------------------------
@@ -396,12 +398,20 @@ constexpr size_t kPassStackSize = size_t(8) << 30;
 constexpr size_t kPassStackSize = size_t(2) << 30;
 #endif
 
+// The file of the command line: created when the world is ready to be
+// written, so that a run that stops before leaves none behind.
+struct OutputFile {
+  const char* path;
+  FILE* stream = nullptr;  // set once the file exists
+};
+
 struct Run {
-  Run(char* worldText, size_t size, const PareOptions* runOptions)
+  Run(char* worldText, size_t size, const PareOptions* runOptions, OutputFile* file)
       : text(worldText),
         textSize(size),
         options(runOptions),
-        inputName(runOptions->inputName != nullptr ? runOptions->inputName : "") {}
+        inputName(runOptions->inputName != nullptr ? runOptions->inputName : ""),
+        outputFile(file) {}
   Run(const Run&) = delete;
   Run& operator=(const Run&) = delete;
 
@@ -409,6 +419,7 @@ struct Run {
   size_t textSize;
   const PareOptions* options;
   const char* inputName;
+  OutputFile* outputFile;  // NULL: the world goes into `output`
   Diagnostics diagnostics;
   std::string messages;
   RunHeap heap;
@@ -492,20 +503,43 @@ void readWorld(VPFile* file, const Run& run) {
   }
 }
 
-void writeWorld(VPFile* file, Run* run) {
+void reportWriteFailure(const Run& run) {
+  if (run.outputFile != nullptr) printMessage("Failed to write file %s\n", run.outputFile->path);
+  CHECK(0);
+}
+
+// The world as the options ask for it: plain, or gzip-compressed.
+void writeWorldTo(VPFile* file, const Run& run, FILE* stream) {
+  if (!run.options->gzipOutput) {
+    file->write(stream);
+    return;
+  }
   MemoryStream world;
   file->write(world.file());
   world.close();
-  if (!run->options->gzipOutput) {
-    run->outputSize = world.size();
-    run->output = world.take();
-    return;
+  if (!writeGzipData(stream, world.data(), world.size())) reportWriteFailure(run);
+}
+
+void writeWorldToMemory(VPFile* file, Run* run) {
+  MemoryStream world;
+  writeWorldTo(file, *run, world.file());
+  world.close();
+  run->outputSize = world.size();
+  run->output = world.take();
+}
+
+// "x": a file that appeared since the test before the run is not overwritten.
+void writeWorldToFile(VPFile* file, const Run& run) {
+  OutputFile* output = run.outputFile;
+  output->stream = fopen(output->path, "wx");
+  if (output->stream == nullptr) {
+    printMessage("Failed to open file %s for writing\n", output->path);
+    throw RunStopped{-2};
   }
-  MemoryStream compressed;
-  CHECK(writeGzipData (compressed.file(), world.data(), world.size()));
-  compressed.close();
-  run->outputSize = compressed.size();
-  run->output = compressed.take();
+  static char buffer[1 << 16];
+  setvbuf(output->stream, buffer, _IOFBF, sizeof buffer);
+  writeWorldTo(file, run, output->stream);
+  if (fflush(output->stream) != 0 || ferror(output->stream)) reportWriteFailure(run);
 }
 
 void runPasses(Run* run) {
@@ -517,15 +551,19 @@ void runPasses(Run* run) {
   file.pruneProtoInterfaces();
   file.pruneSwitches();
   file.dropDefNames();
-  writeWorld(&file, run);
+  if (run->outputFile != nullptr) {
+    writeWorldToFile(&file, *run);
+  } else {
+    writeWorldToMemory(&file, run);
+  }
 }
 
 template <class Step>
 void runUntilStopped(Run* run, Step step) {
   try {
     step();
-  } catch (const RunStopped&) {
-    run->status = -3;
+  } catch (const RunStopped& stop) {
+    run->status = stop.status;
   }
 }
 
@@ -570,9 +608,11 @@ void endRun(Run* run, Diagnostics* outer) {
   vrml97Option = 0;
 }
 
-// The run over a text of the caller's that the passes may write into.
-void pareWorldText(char* text, size_t size, const PareOptions* options, PareResult* result) {
-  Run run(text, size, options);
+// The run over a text of the caller's that the passes may write into. With
+// an output file the world goes there and the result has no output.
+void pareWorldText(char* text, size_t size, const PareOptions* options, OutputFile* file,
+                   PareResult* result) {
+  Run run(text, size, options, file);
   Diagnostics* outer = diagnostics;
   beginRun(&run);
   runOnPassStack(&run);
@@ -593,7 +633,7 @@ void pareWorld(const char* input, size_t size, const PareOptions* options, PareR
   CHECK(text != NULL);
   if (size != 0) memcpy(text.get(), input, size);
   text.get()[size] = 0;
-  pareWorldText(text.get(), size, options, result);
+  pareWorldText(text.get(), size, options, nullptr, result);
 }
 
 void releasePareResult(PareResult* result) {
@@ -673,21 +713,18 @@ MallocText readInputFile(const char* path, size_t* size) {
   return bytes;
 }
 
-// Creates the file, which must not exist yet ("x": not even one that appeared
-// since the test before the run), and writes the world; a file that could not
-// be written whole is removed.
-int writeOutputFile(const char* path, const PareResult& result) {
-  FILE* stream = fopen(path, "wx");
-  if (stream == nullptr) {
-    printMessage("Failed to open file %s for writing\n", path);
-    return -2;
+// A run that stopped while it wrote leaves no partial file, nor does a file
+// that does not close.
+int closeOutputFile(const OutputFile& output, int status) {
+  if (output.stream == nullptr) return status;
+  bool closed = fclose(output.stream) == 0;
+  if (status == 1 && closed) return 1;
+  unlink(output.path);
+  if (status == 1) {
+    printMessage("Failed to write file %s\n", output.path);
+    CHECK(0);
   }
-  bool written = fwrite(result.output, 1, result.outputSize, stream) == result.outputSize;
-  if (fclose(stream) == 0 && written) return 1;
-  unlink(path);
-  printMessage("Failed to write file %s\n", path);
-  CHECK(0);
-  return -3;
+  return status;
 }
 
 }  // namespace
@@ -707,11 +744,10 @@ int worldPareMain(int argc, char** argv) {
                          hasSuffix(line.outputFileName, ".wrz") ||
                              hasSuffix(line.outputFileName, ".gz"),
                          line.inputFileName};
+  OutputFile output = {line.outputFileName};
   PareResult result;
-  pareWorldText(input.get(), inputSize, &options, &result);
+  pareWorldText(input.get(), inputSize, &options, &output, &result);
   fwrite(result.messages, 1, result.messagesSize, stderr);
-  int exitStatus = result.status;
-  if (exitStatus == 1) exitStatus = writeOutputFile(line.outputFileName, result);
   releasePareResult(&result);
-  return exitStatus;
+  return closeOutputFile(output, result.status);
 }
