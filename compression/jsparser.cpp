@@ -2,6 +2,9 @@
 #include "jsparser.h"
 
 #include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "main.h"
@@ -682,6 +685,53 @@ void printString(FILE* stream, const char* text) {
   }
 }
 
+// Room for the text of a number that the printer makes.
+constexpr size_t kNumberTextSize = 32;
+
+// The value of a legacy octal literal, "017"; false when it has an 8 or a 9,
+// which make it decimal, or more digits than a double holds exactly.
+bool readLegacyOctal(const char* literal, double* value) {
+  size_t length = strlen(literal);
+  if (length > 18 || strspn(literal, "01234567") != length) return false;
+  *value = double(strtoull(literal, nullptr, 8));
+  return true;
+}
+
+// The value of a number literal as a script reads it, a double; false for a
+// long legacy octal literal and for one too large for a double.
+bool readLiteral(const char* literal, double* value) {
+  bool legacy = literal[0] == '0' && isDecimalDigit(literal[1]) &&
+                strspn(literal, "0123456789") == strlen(literal);
+  if (legacy && readLegacyOctal(literal, value)) return true;
+  if (legacy && strspn(literal, "01234567") == strlen(literal)) return false;
+  *value = strtod(literal, nullptr);
+  return std::isfinite(*value);
+}
+
+// The text of a number: under --vrml97 a literal in the shortest text of its
+// double ("1.0" as "1", "0x1F" as "31") or else as written; a folded constant
+// as the writer prints a float. Made in `buffer` unless it is the literal.
+const char* numberText(char* buffer, const JSExpression* expr) {
+  double value;
+  if (expr->literal != nullptr) {
+    if (!readLiteral(expr->literal, &value)) return expr->literal;
+    *formatDouble(buffer, value) = 0;
+  } else if (expr->type == JSExpression::FLOAT) {
+    *formatFloat(buffer, expr->floatValue) = 0;
+  } else {
+    snprintf(buffer, kNumberTextSize, "%d", expr->intValue);
+  }
+  return buffer;
+}
+
+// A number written with digits alone, which a member point behind it would join.
+bool isWholeNumberText(const JSExpression* expr) {
+  if (expr->type != JSExpression::FLOAT && expr->type != JSExpression::INT) return false;
+  char buffer[kNumberTextSize];
+  const char* text = numberText(buffer, expr);
+  return strspn(text, "0123456789") == strlen(text);
+}
+
 // The first character that the expression's text will have.
 char leadingChar(const JSExpression* expr) {
   switch (expr->type) {
@@ -696,14 +746,11 @@ char leadingChar(const JSExpression* expr) {
     return leadingChar(expr->unary.expr);
   case JSExpression::CALL:
     return leadingChar(expr->call.function);
-  case JSExpression::FLOAT: {
-    if (expr->literal != nullptr) return expr->literal[0];
-    char text[32];
-    formatFloat(text, expr->floatValue);
-    return text[0];
+  case JSExpression::FLOAT:
+  case JSExpression::INT: {
+    char buffer[kNumberTextSize];
+    return numberText(buffer, expr)[0];
   }
-  case JSExpression::INT:
-    return expr->intValue < 0 ? '-' : '0';
   default:
     return 0;  // a name, a word, a quote or a parenthesis: never a sign
   }
@@ -733,11 +780,9 @@ void printExpression(FILE* stream, const JSExpression* expr) {
     return;
   case JSExpression::BINARY: {
     printExpression(stream, expr->binary.expr1);
-    // --vrml97: the member of a number, "0 .x", would read as "0." and a name.
-    int left = expr->binary.expr1->type;
-    bool memberOfNumber = *expr->binary.token == '.' &&
-                          (left == JSExpression::INT || left == JSExpression::FLOAT);
-    if (vrml97Option && memberOfNumber) printText(stream, " ");
+    if (vrml97Option && isWord(expr->binary.token, ".") && isWholeNumberText(expr->binary.expr1)) {
+      printText(stream, ".");  // "1..toString": the first point belongs to the number
+    }
     printOperand(stream, expr->binary.token, expr->binary.expr2);
     return;
   }
@@ -774,23 +819,12 @@ void printExpression(FILE* stream, const JSExpression* expr) {
     printList(stream, expr->construct.argList);
     printText(stream, ")");
     return;
-  case JSExpression::FLOAT: {
-    if (expr->literal != nullptr) {
-      printText(stream, expr->literal);
-      return;
-    }
-    char text[32];
-    *formatFloat(text, expr->floatValue) = 0;
-    printText(stream, text);
+  case JSExpression::FLOAT:
+  case JSExpression::INT: {
+    char buffer[kNumberTextSize];
+    printText(stream, numberText(buffer, expr));
     return;
   }
-  case JSExpression::INT:
-    if (expr->literal != nullptr) {
-      printText(stream, expr->literal);
-    } else {
-      fprintf(stream, "%d", expr->intValue);
-    }
-    return;
   case JSExpression::BOOLEAN:
     printText(stream, expr->boolValue ? "true" : "false");
     return;

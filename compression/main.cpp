@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -377,12 +378,94 @@ void readFloat(const char* text, float* value) {
   }
 }
 
+namespace {
+
+/// The significant digits of a number and the place of its decimal point:
+/// the value is 0.digits times ten to the power `point`.
+struct DecimalDigits {
+  bool negative;
+  char digits[24];
+  int count;
+  int point;
+};
+
+// Reads to_chars' scientific text, "-d.ddde+xx"; trailing zeros of the digits go.
+DecimalDigits readScientific(const char* text) {
+  DecimalDigits number = {*text == '-', {}, 0, 0};
+  const char* p = number.negative ? text + 1 : text;
+  for (; *p != 'e'; p++) {
+    if (*p != '.') number.digits[number.count++] = *p;
+  }
+  while (number.count > 1 && number.digits[number.count - 1] == '0') number.count--;
+  number.point = atoi(p + 1) + 1;
+  return number;
+}
+
+char* writeZeros(char* out, int count) {
+  for (int i = 0; i < count; i++) *out++ = '0';
+  return out;
+}
+
+// Without a point or an exponent, the tokenizers read a number as a 32-bit
+// integer: that form serves whole numbers up to 2147483647 only; others get a point.
+char* writePlain(char* out, const DecimalDigits& number) {
+  const char* digits = number.digits;
+  if (number.point <= 0) {
+    *out++ = '.';
+    out = writeZeros(out, -number.point);
+    return std::copy(digits, digits + number.count, out);
+  }
+  if (number.point < number.count) {
+    out = std::copy(digits, digits + number.point, out);
+    *out++ = '.';
+    return std::copy(digits + number.point, digits + number.count, out);
+  }
+  char* start = out;
+  out = writeZeros(std::copy(digits, digits + number.count, out), number.point - number.count);
+  if (out - start > 10 || (out - start == 10 && memcmp(start, "2147483647", 10) > 0)) *out++ = '.';
+  return out;
+}
+
+// The digits as a whole number and the power of ten: "15e-8".
+char* writeExponent(char* out, const DecimalDigits& number) {
+  out = std::copy(number.digits, number.digits + number.count, out);
+  *out++ = 'e';
+  return std::to_chars(out, out + 8, number.point - number.count).ptr;
+}
+
+// The shorter of the plain form without a leading zero (".5", "1200") and the
+// exponent form ("1e5", "2e-7"); the plain one when both are as long.
+char* writeDense(char* buffer, const char* scientific) {
+  DecimalDigits number = readScientific(scientific);
+  char* out = buffer;
+  if (number.negative) *out++ = '-';
+  char plain[352], exponent[32];  // ".", 323 zeros and 17 digits at most
+  size_t plainLength = size_t(writePlain(plain, number) - plain);
+  size_t exponentLength = size_t(writeExponent(exponent, number) - exponent);
+  if (plainLength <= exponentLength) return std::copy(plain, plain + plainLength, out);
+  return std::copy(exponent, exponent + exponentLength, out);
+}
+
+template <class Number>
+char* formatShortest(char* buffer, Number value) {
+  char scientific[48];
+  char* end = std::to_chars(scientific, scientific + sizeof scientific, value,
+                            std::chars_format::scientific).ptr;
+  if (!std::isfinite(value)) return std::copy(scientific, end, buffer);
+  *end = 0;
+  return writeDense(buffer, scientific);
+}
+
+}  // namespace
+
 // --vrml97: the shortest text that reads back as the same float, so that a
 // number of the world keeps its value.
 char* formatFloat(char* buffer, float value) {
-  if (vrml97Option) return std::to_chars(buffer, buffer + 32, value).ptr;
+  if (vrml97Option) return formatShortest(buffer, value);
   return std::to_chars(buffer, buffer + 32, double(value), std::chars_format::general, 6).ptr;
 }
+
+char* formatDouble(char* buffer, double value) { return formatShortest(buffer, value); }
 
 /* ---------------------------------------------------------------------------
  * A run

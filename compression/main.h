@@ -84,7 +84,11 @@ void readHexadecimal(const char* digits, int32_t* value);
 /// A correctly rounded float, as the C library's "%f" scan reads it.
 void readFloat(const char* text, float* value);
 /// The text of printf("%g") for the float widened to double; returns its end.
-/// Under --vrml97 the shortest text that reads back as the same float.
+/// Under --vrml97 the shortest text that reads back as the same float, with no
+/// leading zero (".5") and in exponent form where that is shorter ("1e5").
 char* formatFloat(char* buffer, float value);
+/// The shortest text that reads back as the same double, laid out as
+/// formatFloat does under --vrml97; at most 32 characters.
+char* formatDouble(char* buffer, double value);
 
 #endif

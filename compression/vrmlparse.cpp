@@ -1095,7 +1095,9 @@ void VPFile::parseFieldValue(VPFieldList* cell) {
 
 bool VPFile::parseFloatToken(float* result) {
   nextToken();
-  if (tokType == TokInt) {
+  if (tokType == TokInt && vrml97Option && strpbrk(token, "xX") == nullptr) {
+    readFloat(token, result);  // a whole number of any size, not its low 32 bits
+  } else if (tokType == TokInt) {
     *result = float(tokValue.intValue);
   } else if (tokType == TokFloat) {
     *result = tokValue.floatValue;

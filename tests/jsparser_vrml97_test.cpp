@@ -41,6 +41,28 @@ TEST(Vrml97Scripts, SemicolonsAreInsertedAsEcmaScriptSays) {
               checkReport("tokType == TokNone"));
 }
 
+// A literal in the shortest text of its double; one that reads as a whole
+// number keeps a point before a member point.
+TEST(Vrml97Scripts, NumbersInTheShortestTextOfTheirDouble) {
+  const struct {
+    const char* literal;
+    const char* printed;
+  } cases[] = {
+      {"1.0", "1"},          {"0.50", ".5"},           {"0x1F", "31"},
+      {"017", "15"},         {"019", "19"},            {"100000", "1e5"},
+      {"0.0000002", "2e-7"}, {"4294967296.0", "4294967296."},
+      {"1e999", "1e999"},    {"1..toString()", "1..toString()"},
+      {"0x1F.toString()", "31..toString()"},         {"1.5.toFixed(1)", "1.5.toFixed(1)"},
+      {"1000.0.toFixed(1)", "1e3.toFixed(1)"},       {"a- -0.5", "a- -.5"},
+  };
+  for (const auto& c : cases) {
+    std::string script = std::string("function f() { x = ") + c.literal + "; }";
+    EXPECT_EQ(asVrml97([&]() { return printedScript(script); }),
+              std::string("function f() {\nx=") + c.printed + ";\n}\n")
+        << c.literal;
+  }
+}
+
 struct ScriptCase {
   const char* what;
   const char* world;

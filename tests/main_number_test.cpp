@@ -56,3 +56,79 @@ TEST(FloatFormat, MatchesPrintfOnDecimalsAsFilesWriteThem) {
 }
 
 }  // namespace
+
+namespace {
+
+std::string asDenseFloat(float value) {
+  vrml97Option = 1;
+  std::string text = asFormatted(value);
+  vrml97Option = 0;
+  return text;
+}
+
+std::string asDenseDouble(double value) {
+  char text[64];
+  *formatDouble(text, value) = 0;
+  return text;
+}
+
+// The shortest digits that read back as the same number, laid out plain
+// without a leading zero or as a whole number and a power of ten, whichever is
+// shorter, plain on a tie. A plain whole number past 2147483647 takes a point,
+// as without one the tokenizers read it as a 32-bit integer.
+TEST(DenseNumbers, FloatsUnderTheOption) {
+  const struct {
+    float value;
+    const char* text;
+  } cases[] = {
+      {0.5f, ".5"},           {-0.25f, "-.25"},          {1e5f, "1e5"},
+      {2e-7f, "2e-7"},        {100.0f, "100"},           {1000.0f, "1e3"},
+      {1200.0f, "1200"},      {12000.0f, "12e3"},        {0.001f, ".001"},
+      {0.0001f, "1e-4"},      {1.5f, "1.5"},             {0.1f, ".1"},
+      {0.0f, "0"},            {-0.0f, "-0"},             {1.0f, "1"},
+      {123.456f, "123.456"},  {1.5e-7f, "15e-8"},        {3.14159265f, "3.1415927"},
+      {0.000123f, "123e-6"},  {0.0123f, ".0123"},        {3e9f, "3e9"},
+      {2147483648.0f, "2147483600"},                     {4294967296.0f, "42949673e2"},
+      {3.4028235e38f, "34028235e31"},                    {1.4e-45f, "1e-45"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(asDenseFloat(c.value), c.text) << c.text;
+}
+
+TEST(DenseNumbers, DoublesOfScripts) {
+  const struct {
+    double value;
+    const char* text;
+  } cases[] = {
+      {1.0, "1"},
+      {0.5, ".5"},
+      {31.0, "31"},
+      {0.1, ".1"},
+      {0.1 + 0.2, ".30000000000000004"},
+      {1e21, "1e21"},
+      {1e-7, "1e-7"},
+      {2147483647.0, "2147483647"},
+      {2147483648.0, "2147483648."},
+      {4294967296.0, "4294967296."},
+      {123456789012.0, "123456789012."},
+      {5e-324, "5e-324"},
+      {1.7976931348623157e308, "17976931348623157e292"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(asDenseDouble(c.value), c.text) << c.text;
+}
+
+// Each text read back is the number it was made from.
+TEST(DenseNumbers, ReadBackToTheSameFloatOnRandomBitPatterns) {
+  std::mt19937 random(13);
+  for (int i = 0; i < 1000000; i++) {
+    uint32_t bits = random();
+    float value;
+    memcpy(&value, &bits, sizeof value);
+    if (!std::isfinite(value)) continue;
+    std::string text = asDenseFloat(value);
+    float back = 0;
+    readFloat(text.c_str(), &back);
+    ASSERT_EQ(memcmp(&back, &value, sizeof value), 0) << text;
+  }
+}
+
+}  // namespace

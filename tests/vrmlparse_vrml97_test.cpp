@@ -157,7 +157,7 @@ Panel { })";
 
 TEST(Vrml97, NumbersKeepTheirValues) {
   // Six digits change 0.1234567; the shortest text of its float does not.
-  // A script's number is a double: it stays as the script wrote it.
+  // A script's number is a double: the shortest text of the same double.
   const char* world = R"(Transform { translation 0.1234567 0.5 0 }
 Script { url "javascript: function initialize() { print(3.14159265358979, 0x1F); }" })";
   const char* script = "Script {\nurl \"javascript:\nfunction initialize() {\n";
@@ -165,8 +165,8 @@ Script { url "javascript: function initialize() { print(3.14159265358979, 0x1F);
                                         "Transform {\ntranslation 0.123457 0.5 0\n}\n" + script +
                                         "print(3.14159,31);\n}\n\"\n}\n");
   EXPECT_EQ(compressedAsVrml97(world), std::string(kHeader) +
-                                           "Transform {\ntranslation 0.1234567 0.5 0\n}\n" +
-                                           script + "print(3.14159265358979,0x1F);\n}\n\"\n}\n");
+                                           "Transform {\ntranslation .1234567 .5 0\n}\n" +
+                                           script + "print(3.14159265358979,31);\n}\n\"\n}\n");
 }
 
 TEST(Vrml97, ExternprotoFieldWithoutValueIsNeverAConstant) {
