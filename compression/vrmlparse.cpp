@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -73,8 +74,60 @@ bool nodesNotComparable(const VPValue*, const VPValue*) {
   return false;
 }
 
-void writeText(FILE* stream, const char* text, size_t length) { fwrite(text, 1, length, stream); }
-void writeText(FILE* stream, const char* text) { fputs(text, stream); }
+// The bytes of a VRML97 name: all but the controls, the blank and " # ' , . [
+// ] \ { }. "=" is left out as well: it begins an EXTERNPROTO field's value.
+struct Vrml97NameBytes {
+  bool part[256] = {};
+  constexpr Vrml97NameBytes() {
+    for (int c = 0x21; c < 256; c++) part[c] = c != 0x7f;
+    for (const char* p = "\"#',.[]\\{}="; *p != 0; p++) part[static_cast<unsigned char>(*p)] = false;
+  }
+};
+constexpr Vrml97NameBytes vrml97NameBytes;
+
+/// The writer's spacing. Default mode writes every gap as it is asked for,
+/// one item to a line. --vrml97: a gap is a blank only where the tokens on its
+/// two sides would read as one, and each field, declaration and ROUTE begins
+/// a line. Blanks between the elements of a list deflate better than line breaks.
+struct Spacing {
+  char last;      ///< the last byte written
+  bool gapOwed;   ///< a gap stands before the next token
+  bool lineOwed;  ///< the next token begins a line
+};
+Spacing spacing = {'\n', false, false};
+
+// Names, numbers and words run together; quotes, brackets and braces end a token.
+bool continuesToken(char c) {
+  return c == '.' || vrml97NameBytes.part[static_cast<unsigned char>(c)];
+}
+
+void writeText(FILE* stream, const char* text, size_t length) {
+  if (vrml97Option && length > 0) {
+    if (spacing.lineOwed) {
+      putc('\n', stream);
+    } else if (spacing.gapOwed && continuesToken(spacing.last) && continuesToken(text[0])) {
+      putc(' ', stream);
+    }
+    spacing = {text[length - 1], false, false};
+  }
+  fwrite(text, 1, length, stream);
+}
+
+void writeText(FILE* stream, const char* text) { writeText(stream, text, strlen(text)); }
+
+// A gap of the fixed form, ' ' or '\n', between two tokens.
+void writeGap(FILE* stream, char gap) {
+  if (vrml97Option) {
+    spacing.gapOwed = true;
+  } else {
+    putc(gap, stream);
+  }
+}
+
+// --vrml97: what follows begins a line. In the fixed form every item ends one.
+void beginLine() {
+  if (vrml97Option && spacing.last != '\n') spacing.lineOwed = true;
+}
 
 void writeFloats(FILE* stream, const float* values, int count) {
   char line[4 * 32];
@@ -83,25 +136,21 @@ void writeFloats(FILE* stream, const float* values, int count) {
     if (i > 0) *end++ = ' ';
     end = formatFloat(end, values[i]);
   }
-  *end++ = '\n';
   writeText(stream, line, size_t(end - line));
+  writeGap(stream, '\n');
 }
 
 void writeInt(FILE* stream, int32_t value) {
   char line[16];
-  char* end = std::to_chars(line, line + sizeof line - 1, value).ptr;
-  *end++ = '\n';
+  char* end = std::to_chars(line, line + sizeof line, value).ptr;
   writeText(stream, line, size_t(end - line));
+  writeGap(stream, '\n');
 }
 
 void writeBool(FILE* stream, const VPValue* cell) {
-  if (cell->intValue == 1) {
-    writeText(stream, "TRUE\n");
-  } else if (cell->intValue == 0) {
-    writeText(stream, "FALSE\n");
-  } else {
-    CHECK(0);
-  }
+  CHECK(cell->intValue == 0 || cell->intValue == 1);
+  writeText(stream, cell->intValue == 1 ? "TRUE" : "FALSE");
+  writeGap(stream, '\n');
 }
 
 void writeInt32(FILE* stream, const VPValue* cell) { writeInt(stream, cell->intValue); }
@@ -112,29 +161,31 @@ void writeRotation(FILE* stream, const VPValue* cell) { writeFloats(stream, cell
 
 void writeString(FILE* stream, const VPValue* cell) {
   writeText(stream, cell->string);
-  writeText(stream, "\n");
+  writeGap(stream, '\n');
 }
 
 // Width, height and components, then the pixels six to a line, each line
 // starting below the three integers.
 void writeImage(FILE* stream, const VPValue* cell) {
   const VPImage* image = cell->image;
-  fprintf(stream, "%d %d %d", image->width, image->height, image->components);
+  char text[48];
+  snprintf(text, sizeof text, "%d %d %d", image->width, image->height, image->components);
+  writeText(stream, text);
   int64_t count = pixelCount(image);
   for (int64_t i = 0; i < count; i++) {
-    char text[16];
-    text[0] = i % 6 == 0 ? '\n' : ' ';
-    text[1] = '0';
-    text[2] = 'x';
-    char* end = std::to_chars(text + 3, text + sizeof text, uint32_t(image->pixels[i]), 16).ptr;
+    writeGap(stream, i % 6 == 0 ? '\n' : ' ');
+    text[0] = '0';
+    text[1] = 'x';
+    char* end = std::to_chars(text + 2, text + sizeof text, uint32_t(image->pixels[i]), 16).ptr;
     writeText(stream, text, size_t(end - text));
   }
-  writeText(stream, "\n");
+  writeGap(stream, '\n');
 }
 
 void writeNode(FILE* stream, const VPValue* cell) {
   if (cell->node == nullptr) {
-    writeText(stream, "NULL\n");
+    writeText(stream, "NULL");
+    writeGap(stream, '\n');
   } else {
     cell->node->write(stream);
   }
@@ -144,7 +195,10 @@ void writeNode(FILE* stream, const VPValue* cell) {
 // whichChoice, so a hole is printed as an empty Group.
 void writeNodeOrHole(FILE* stream, const VPValue* cell) {
   if (cell->node == nullptr) {
-    writeText(stream, "Group {}\n");
+    writeText(stream, "Group");
+    writeGap(stream, ' ');
+    writeText(stream, "{}");
+    writeGap(stream, '\n');
   } else {
     cell->node->write(stream);
   }
@@ -204,9 +258,11 @@ void writeValue(FILE* stream, int type, const VPValue* value) {
     writeElement(stream, value);
     return;
   }
-  writeText(stream, "[\n");
+  writeText(stream, "[");
+  writeGap(stream, '\n');
   for (const VPValue* cell = value; cell != nullptr; cell = cell->next) writeElement(stream, cell);
-  writeText(stream, "]\n");
+  writeText(stream, "]");
+  writeGap(stream, '\n');
 }
 
 }  // namespace
@@ -471,17 +527,6 @@ namespace {
 
 inline bool isIdentifierStart(unsigned char c) { return isalpha(c) || c == '_'; }
 inline bool isIdentifierPart(unsigned char c) { return isalnum(c) || c == '_' || c == '-'; }
-
-// The bytes of a VRML97 name: all but the controls, the blank and " # ' , . [
-// ] \ { }. "=" is left out as well: it begins an EXTERNPROTO field's value.
-struct Vrml97NameBytes {
-  bool part[256] = {};
-  constexpr Vrml97NameBytes() {
-    for (int c = 0x21; c < 256; c++) part[c] = c != 0x7f;
-    for (const char* p = "\"#',.[]\\{}="; *p != 0; p++) part[static_cast<unsigned char>(*p)] = false;
-  }
-};
-constexpr Vrml97NameBytes vrml97NameBytes;
 
 inline bool isVrml97NameStart(unsigned char c) {
   return vrml97NameBytes.part[c] && !isdigit(c) && c != '+' && c != '-';
@@ -1654,7 +1699,20 @@ void VPFile::parseRoute() {
  * Writer: one item to a line, no indentation, defaults left out
  * ------------------------------------------------------------------------ */
 
+namespace {
+
+// Writes the words with a blank's gap between each two.
+void writeWords(FILE* stream, std::initializer_list<const char*> words) {
+  for (const char* word : words) {
+    if (word != *words.begin()) writeGap(stream, ' ');
+    writeText(stream, word);
+  }
+}
+
+}  // namespace
+
 void VPFile::write(FILE* stream) {
+  spacing = {'\n', false, false};
   writeText(stream, "#VRML V2.0 utf8\n");
   for (VPNodeList* cell = topLevel; cell != nullptr; cell = cell->next) {
     writeNode(stream, cell);
@@ -1669,7 +1727,7 @@ void VPFile::write(FILE* stream) {
 void VPField::write(FILE* stream) const {
   CHECK(theClass >= 0 && theClass < VP_FIELD_CLASS_COUNT);
   CHECK(theType >= 0 && theType < VP_FIELD_TYPE_COUNT);
-  fprintf(stream, "%s %s %s", fieldClassWords[theClass], fieldTypes[theType].word, name);
+  writeWords(stream, {fieldClassWords[theClass], fieldTypes[theType].word, name});
 }
 
 void VPNode::write(FILE* stream) {
@@ -1679,7 +1737,8 @@ void VPNode::write(FILE* stream) {
     writeDeclaration(stream);
   } else if (visited) {
     CHECK(name != NULL);
-    fprintf(stream, "USE %s\n", name);
+    writeWords(stream, {"USE", name});
+    writeGap(stream, '\n');
   } else {
     visited = 1;
     writeInstance(stream);
@@ -1688,28 +1747,34 @@ void VPNode::write(FILE* stream) {
 
 // The routes of a PROTO's body stand inside its braces, behind the body.
 void VPNode::writeDeclaration(FILE* stream) {
+  writeWords(stream, {nodeType == EXTERNPROTO ? "EXTERNPROTO" : "PROTO", name, "["});
+  writeGap(stream, '\n');
+  writeFieldList(fields, stream, nodeType == PROTO, 0);
+  writeText(stream, "]");
+  writeGap(stream, ' ');
   if (nodeType == EXTERNPROTO) {
-    fprintf(stream, "EXTERNPROTO %s [\n", name);
-    writeFieldList(fields, stream, 0, 0);
-    writeText(stream, "] ");
     if (urls != nullptr) writeValue(stream, VPField::MFString, urls);
     return;
   }
-  fprintf(stream, "PROTO %s [\n", name);
-  writeFieldList(fields, stream, 1, 0);
-  writeText(stream, "] {\n");
+  writeText(stream, "{");
+  writeGap(stream, '\n');
   for (VPNodeList* cell = body; cell != nullptr; cell = cell->next) writeNode(stream, cell);
   clearVisitedNodes(body);
   for (VPNodeList* cell = body; cell != nullptr; cell = cell->next) {
     if (cell->node != nullptr) cell->node->writeRoutes(stream);
   }
-  writeText(stream, "}\n");
+  writeText(stream, "}");
+  writeGap(stream, '\n');
 }
 
 // A Script's interface, with its field values, comes before its other fields.
 void VPNode::writeInstance(FILE* stream) {
-  if (name != nullptr) fprintf(stream, "DEF %s ", name);
-  fprintf(stream, "%s {\n", other.baseProto->name);
+  if (name != nullptr) {
+    writeWords(stream, {"DEF", name});
+    writeGap(stream, ' ');
+  }
+  writeWords(stream, {other.baseProto->name, "{"});
+  writeGap(stream, '\n');
   if (nodeType == SCRIPT) writeFieldList(other.script.fields, stream, 1, 0);
   for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) {
     if (nodeType == SCRIPT && other.script.program != nullptr && !other.script.program->opaque &&
@@ -1719,20 +1784,28 @@ void VPNode::writeInstance(FILE* stream) {
       writeField(cell, stream, 1, 1);
     }
   }
-  writeText(stream, "}\n");
+  writeText(stream, "}");
+  writeGap(stream, '\n');
 }
 
 // The parsed script replaces the url's string: one javascript: URL, whatever
 // scheme the input had. The other entries (--vrml97Option) follow it as read.
 void VPNode::writeProgram(FILE* stream, const VPValue* alternatives) {
-  writeText(stream, alternatives != nullptr ? "url [\n\"javascript:\n" : "url \"javascript:\n");
-  other.script.program->printFunctions(stream);
-  writeText(stream, "\"\n");
-  if (alternatives == nullptr) return;
-  for (; alternatives != nullptr; alternatives = alternatives->next) {
-    fprintf(stream, "%s\n", alternatives->string);
+  beginLine();
+  writeText(stream, "url");
+  writeGap(stream, ' ');
+  if (alternatives != nullptr) {
+    writeText(stream, "[");
+    writeGap(stream, '\n');
   }
-  writeText(stream, "]\n");
+  writeText(stream, "\"javascript:\n");
+  other.script.program->printFunctions(stream);
+  writeText(stream, "\"");
+  writeGap(stream, '\n');
+  if (alternatives == nullptr) return;
+  for (; alternatives != nullptr; alternatives = alternatives->next) writeString(stream, alternatives);
+  writeText(stream, "]");
+  writeGap(stream, '\n');
 }
 
 void VPNode::writeFieldList(VPFieldList* list, FILE* stream, int withValues, int isInstance) {
@@ -1741,9 +1814,23 @@ void VPNode::writeFieldList(VPFieldList* list, FILE* stream, int withValues, int
   }
 }
 
+namespace {
+
+// The name of a field as an instance's cell gives it: an exposedField tied by
+// IS to an event by the alias for which the IS is valid.
+std::string cellName(const VPFieldList* cell) {
+  const VPField* field = cell->field;
+  if (cell->redirect == nullptr || field->theClass != VPField::EXPOSED_FIELD) return field->name;
+  int redirectClass = cell->redirect->field->theClass;
+  if (redirectClass == VPField::EVENT_IN) return std::string("set_") + field->name;
+  if (redirectClass == VPField::EVENT_OUT) return std::string(field->name) + "_changed";
+  return field->name;
+}
+
+}  // namespace
+
 // An instance's value equal to its type's default is left out; node values are
-// always written. An exposedField tied by IS to an event is named by the alias
-// for which the IS is valid.
+// always written.
 void VPNode::writeField(VPFieldList* cell, FILE* stream, int withValues, int isInstance) {
   VPField* field = cell->field;
   if (isInstance && withValues && cell->redirect == nullptr) {
@@ -1752,29 +1839,27 @@ void VPNode::writeField(VPFieldList* cell, FILE* stream, int withValues, int isI
     CHECK(protoField != NULL);
     if (!field->holdsNodes() && fieldValuesEqual(cell, protoField)) return;
   }
+  beginLine();
   if (!isInstance) {
     field->write(stream);
-  } else if (cell->redirect == nullptr || field->theClass != VPField::EXPOSED_FIELD) {
-    writeText(stream, field->name);
-  } else if (cell->redirect->field->theClass == VPField::EVENT_IN) {
-    fprintf(stream, "set_%s", field->name);
-  } else if (cell->redirect->field->theClass == VPField::EVENT_OUT) {
-    fprintf(stream, "%s_changed", field->name);
   } else {
-    writeText(stream, field->name);
+    writeText(stream, cellName(cell).c_str());
   }
   if (cell->redirect != nullptr) {
     CHECK(withValues);
-    fprintf(stream, " IS %s\n", cell->redirect->field->name);
+    writeGap(stream, ' ');
+    writeWords(stream, {"IS", cell->redirect->field->name});
+    writeGap(stream, '\n');
   } else if (!withValues || !field->hasValue()) {
-    writeText(stream, "\n");
+    writeGap(stream, '\n');
   } else {
-    writeText(stream, " ");
+    writeGap(stream, ' ');
     if (cell->value != nullptr) {
       writeValue(stream, field->theType, cell->value);
     } else {
       CHECK(field->isMFField ());
-      writeText(stream, "[]\n");
+      writeText(stream, "[]");
+      writeGap(stream, '\n');
     }
   }
 }
@@ -1790,8 +1875,11 @@ void VPNode::writeRoutes(FILE* stream) {
     routes.push_back(cell->route);
   }
   for (auto route = routes.rbegin(); route != routes.rend(); ++route) {
-    fprintf(stream, "ROUTE %s.%s TO %s.%s\n", (*route)->sourceNode->name,
-            (*route)->sourceField->name, (*route)->destNode->name, (*route)->destField->name);
+    std::string source = std::string((*route)->sourceNode->name) + "." + (*route)->sourceField->name;
+    std::string dest = std::string((*route)->destNode->name) + "." + (*route)->destField->name;
+    beginLine();
+    writeWords(stream, {"ROUTE", source.c_str(), "TO", dest.c_str()});
+    writeGap(stream, '\n');
   }
   auto writeChildRoutes = [stream](VPNode* child) { child->writeRoutes(stream); };
   forEachNodeIn(fields, writeChildRoutes);

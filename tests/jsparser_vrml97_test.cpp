@@ -154,7 +154,7 @@ TEST(Vrml97Scripts, EachPointWithAndWithoutTheOption) {
           << c.what;
     }
     EXPECT_EQ(asVrml97([&]() { return compressedWorld(c.world); }),
-              "#VRML V2.0 utf8\n" + std::string(c.written))
+              denseForm("#VRML V2.0 utf8\n" + std::string(c.written)))
         << c.what;
   }
 }
@@ -166,7 +166,8 @@ std::string scriptWorld(const char* script) {
 // A Script whose code is opaque is written under --vrml97 as it was read.
 void expectWrittenAsRead(const char* script) {
   EXPECT_EQ(asVrml97([&]() { return compressedWorld(scriptWorld(script)); }),
-            std::string("#VRML V2.0 utf8\nScript {\nurl \"javascript: ") + script + "\"\n}\n")
+            denseForm(std::string("#VRML V2.0 utf8\nScript {\nurl \"javascript: ") + script +
+                      "\"\n}\n"))
       << script;
 }
 
@@ -257,7 +258,8 @@ TEST(Vrml97Scripts, AnOpaqueScriptMaySendAnyValueFromItsFields) {
 DEF S Script { eventOut SFInt32 pick url "picker.js" }
 ROUTE S.pick TO OUT.whichChoice)");
   });
-  EXPECT_NE(written.find("choice [\nBox {\n}\nSphere {\n}\n]"), std::string::npos) << written;
+  EXPECT_NE(written.find(denseForm("choice [\nBox {\n}\nSphere {\n}\n]")), std::string::npos)
+      << written;
   EXPECT_NE(written.find("ROUTE S.pick TO OUT.whichChoice"), std::string::npos) << written;
 }
 
@@ -270,7 +272,7 @@ DEF COPY Switch { whichChoice 0 choice [ Box { } Sphere { } ] }
 ROUTE SW.whichChoice TO COPY.whichChoice
 Script { directOutput TRUE field SFNode sw USE SW url "switcher.js" })");
   });
-  EXPECT_EQ(written.find("Group {}"), std::string::npos) << written;
+  EXPECT_EQ(written.find(denseForm("Group {}")), std::string::npos) << written;
   EXPECT_NE(written.find("ROUTE SW.whichChoice TO COPY.whichChoice"), std::string::npos);
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -70,6 +71,71 @@ inline std::string compressedWorld(const std::string& body) {
   file->pruneSwitches();
   file->dropDefNames();
   return writtenWorld(file);
+}
+
+/// A token of a world in the writer's fixed form (one item to a line), and
+/// whether a line break stood before it; a string is one token.
+struct FixedToken {
+  std::string text;
+  bool atLineStart;
+};
+
+inline std::vector<FixedToken> fixedTokens(const std::string& text) {
+  std::vector<FixedToken> tokens;
+  bool lineStart = true;
+  for (size_t i = 0; i < text.size();) {
+    if (text[i] == ' ' || text[i] == '\n') {
+      lineStart = lineStart || text[i] == '\n';
+      i++;
+      continue;
+    }
+    size_t end = i + 1;
+    if (text[i] == '"') {
+      while (end < text.size() && text[end] != '"') end += text[end] == '\\' ? 2 : 1;
+      end++;
+    } else if (strchr("{}[]", text[i]) == nullptr) {
+      while (end < text.size() && strchr(" \n{}[]\"", text[end]) == nullptr) end++;
+    }
+    tokens.push_back({text.substr(i, end - i), lineStart});
+    lineStart = false;
+    i = end;
+  }
+  return tokens;
+}
+
+/// A world written in the fixed form, as --vrml97 spaces it: a line break
+/// before each field, declaration and ROUTE, elsewhere a blank only between
+/// two tokens that would read as one, and no line break at the end. The
+/// header line and strings stay as they are.
+inline std::string denseForm(const std::string& fixed) {
+  size_t headerEnd = fixed.compare(0, 5, "#VRML") == 0 ? fixed.find('\n') + 1 : 0;
+  std::string dense = fixed.substr(0, headerEnd);
+  auto continues = [](char c) { return c == '.' || (static_cast<unsigned char>(c) > ' ' && strchr("\"#',[]\\{}=", c) == nullptr); };
+  // The open scopes: 'N' the fields of a node, 'I' an interface, 'B' a PROTO
+  // body, 'V' a list of values or nodes.
+  std::string scopes;
+  std::string before[2];
+  bool interfaceClosed = false;
+  for (const FixedToken& token : fixedTokens(fixed.substr(headerEnd))) {
+    char first = token.text[0];
+    bool closes = first == '}' || first == ']';
+    bool field = !closes && token.atLineStart && !scopes.empty() &&
+                 (scopes.back() == 'N' || scopes.back() == 'I');
+    if (token.text == "ROUTE" || field) {
+      if (!dense.empty() && dense.back() != '\n') dense += '\n';
+    } else if (!dense.empty() && continues(dense.back()) && continues(first)) {
+      dense += ' ';
+    }
+    dense += token.text;
+    bool declaration = before[0] == "PROTO" || before[0] == "EXTERNPROTO";
+    if (first == '[') scopes += declaration ? 'I' : 'V';
+    if (first == '{') scopes += interfaceClosed ? 'B' : 'N';
+    interfaceClosed = closes && scopes.back() == 'I';
+    if (closes) scopes.pop_back();
+    before[0] = before[1];
+    before[1] = token.text;
+  }
+  return dense;
 }
 
 /// A new program, reachable to the end of the tests as a scene's would be.

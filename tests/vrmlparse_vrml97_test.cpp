@@ -126,7 +126,8 @@ TEST(Vrml97, EachConstructStopsWithoutTheOptionAndRunsWithIt) {
                   literally(c.withoutOption))
           << c.what;
     }
-    EXPECT_EQ(compressedAsVrml97(c.world), kHeader + std::string(c.withOption)) << c.what;
+    EXPECT_EQ(compressedAsVrml97(c.world), denseForm(kHeader + std::string(c.withOption)))
+        << c.what;
   }
 }
 
@@ -136,7 +137,7 @@ TEST(Vrml97, BackslashEscapesOnlyAQuoteAndABackslash) {
   EXPECT_EQ(compressedWorld(world),
             kHeader + body + "print('anb',\\\"c\\\\d\\\");\n}\n\"\n}\n");
   EXPECT_EQ(compressedAsVrml97(world),
-            kHeader + body + "print('a\\\\nb',\\\"c\\\\d\\\");\n}\n\"\n}\n");
+            denseForm(kHeader + body + "print('a\\\\nb',\\\"c\\\\d\\\");\n}\n\"\n}\n"));
 }
 
 TEST(Vrml97, RouteFromANestedInstanceToALaterBodyNodeCarriesItsEvents) {
@@ -151,7 +152,9 @@ PROTO Panel [ ] {
 Panel { })";
   EXPECT_EQ(compressedWorld(world).find("function touch"), std::string::npos);
   std::string written = compressedAsVrml97(world);
-  EXPECT_NE(written.find("PROTO Arrow [\neventOut SFTime touchTime\n]"), std::string::npos) << written;
+  EXPECT_NE(written.find(denseForm("PROTO Arrow [\neventOut SFTime touchTime\n]")),
+            std::string::npos)
+      << written;
   EXPECT_NE(written.find("function touch(t) {\nprint(t);\n}"), std::string::npos) << written;
 }
 
@@ -164,9 +167,41 @@ Script { url "javascript: function initialize() { print(3.14159265358979, 0x1F);
   EXPECT_EQ(compressedWorld(world), std::string(kHeader) +
                                         "Transform {\ntranslation 0.123457 0.5 0\n}\n" + script +
                                         "print(3.14159,31);\n}\n\"\n}\n");
-  EXPECT_EQ(compressedAsVrml97(world), std::string(kHeader) +
-                                           "Transform {\ntranslation .1234567 .5 0\n}\n" +
-                                           script + "print(3.14159265358979,31);\n}\n\"\n}\n");
+  EXPECT_EQ(compressedAsVrml97(world),
+            denseForm(std::string(kHeader) + "Transform {\ntranslation .1234567 .5 0\n}\n" +
+                      script + "print(3.14159265358979,31);\n}\n\"\n}\n"));
+}
+
+// A blank only where two tokens would read as one: between names, words and
+// numbers, never at a quote, a bracket or a brace; a line break before each
+// field, declaration and ROUTE; none at the end.
+TEST(Vrml97, WriterSeparatesOnlyTokensThatWouldJoin) {
+  const char* world = R"(EXTERNPROTO Lamp [ exposedField SFBool on ] [ "lamp.wrl" "urn:x" ]
+PROTO Tile [ field SFColor tint 1 0 0 ] { Material { diffuseColor IS tint } }
+DEF G Group { children [ DEF L Lamp { on FALSE } USE L USE L Shape { } ] }
+WorldInfo { info [ "a" "b" ] title "t" }
+Transform { translation -1 0.5 -0.25 scale 2 2 2 }
+IndexedFaceSet { coordIndex [ 0 1 2 -1 ] }
+PixelTexture { image 2 1 1 0x00 0xFF }
+DEF T TouchSensor { }
+ROUTE T.isActive TO L.set_on)";
+  vrml97Option = 1;
+  std::string written = rewrittenWorld(world);
+  vrml97Option = 0;
+  EXPECT_EQ(written, std::string(kHeader) +
+                         "EXTERNPROTO Lamp[\n"
+                         "exposedField SFBool on][\"lamp.wrl\"\"urn:x\"]PROTO Tile[\n"
+                         "field SFColor tint 1 0 0]{Material{\n"
+                         "diffuseColor IS tint}}DEF G Group{\n"
+                         "children[DEF L Lamp{\n"
+                         "on FALSE}USE L USE L Shape{}]}WorldInfo{\n"
+                         "info[\"a\"\"b\"]\n"
+                         "title\"t\"}Transform{\n"
+                         "translation -1 .5 -.25\n"
+                         "scale 2 2 2}IndexedFaceSet{\n"
+                         "coordIndex[0 1 2 -1]}PixelTexture{\n"
+                         "image 2 1 1 0x0 0xff}DEF T TouchSensor{}\n"
+                         "ROUTE T.isActive TO L.on");
 }
 
 TEST(Vrml97, ExternprotoFieldWithoutValueIsNeverAConstant) {
@@ -177,7 +212,8 @@ DEF SW Switch { choice [ Box { } Sphere { } ] }
 ROUTE C.which TO SW.whichChoice
 DEF S Script { field SFNode c USE C url "javascript: function initialize() { c.which = c.which; }" })";
   std::string written = compressedAsVrml97(world);
-  EXPECT_NE(written.find("choice [\nBox {\n}\nSphere {\n}\n]"), std::string::npos) << written;
+  EXPECT_NE(written.find(denseForm("choice [\nBox {\n}\nSphere {\n}\n]")), std::string::npos)
+      << written;
 }
 
 }  // namespace
