@@ -26,6 +26,7 @@
 #include "vrmlparse.h"
 
 int vrml97Option = 0;
+int digitsOption = 0;
 
 namespace {
 
@@ -467,6 +468,16 @@ char* formatFloat(char* buffer, float value) {
 
 char* formatDouble(char* buffer, double value) { return formatShortest(buffer, value); }
 
+float roundSignificant(float value, int digits) {
+  char text[48];
+  *std::to_chars(text, text + sizeof text, value, std::chars_format::scientific).ptr = 0;
+  if (!std::isfinite(value) || readScientific(text).count <= digits) return value;
+  *std::to_chars(text, text + sizeof text, value, std::chars_format::scientific, digits - 1).ptr = 0;
+  float rounded = value;
+  readFloat(text, &rounded);
+  return rounded;
+}
+
 /* ---------------------------------------------------------------------------
  * A run
  * ------------------------------------------------------------------------ */
@@ -634,6 +645,8 @@ void runPasses(Run* run) {
   file.pruneProtoInterfaces();
   file.pruneSwitches();
   file.dropDefNames();
+  if (digitsOption != 0) file.roundUnseenFloats(digitsOption);
+  if (vrml97Option) file.shareIdenticalNodes();
   if (run->outputFile != nullptr) {
     writeWorldToFile(&file, *run);
   } else {
@@ -676,6 +689,7 @@ void runOnPassStack(Run* run) {
 // Everything that a run changes starts afresh; the end frees it all.
 void beginRun(Run* run) {
   vrml97Option = run->options->vrml97 ? 1 : 0;
+  digitsOption = vrml97Option ? run->options->digits : 0;
   run->diagnostics.leniency = run->options->leniency ? 1 : 0;
   run->diagnostics.messages = &run->messages;
   diagnostics = &run->diagnostics;
@@ -689,6 +703,7 @@ void endRun(Run* run, Diagnostics* outer) {
   endRunHeap(&run->heap);
   diagnostics = outer;
   vrml97Option = 0;
+  digitsOption = 0;
 }
 
 // The run over a text of the caller's that the passes may write into. With
@@ -735,6 +750,7 @@ namespace {
 struct CommandLine {
   int leniency = 0;
   int vrml97 = 0;
+  int digits = 0;
   const char* inputFileName = nullptr;
   const char* outputFileName = nullptr;
 };
@@ -744,12 +760,24 @@ int printUsage() {
   return -2;
 }
 
+// --digits N: one digit from 1 to 9, and only with --vrml97.
+int readDigits(const char* number, CommandLine* line) {
+  if (number == nullptr || number[0] < '1' || number[0] > '9' || number[1] != 0) {
+    printMessage("--digits takes a number of significant digits from 1 to 9\n");
+    return printUsage();
+  }
+  line->digits = number[0] - '0';
+  return 0;
+}
+
 // Returns 0 when the arguments name both files, else the status of the usage text.
 int readArguments(int argc, char** argv, CommandLine* line) {
   for (int i = 1; i < argc; i++) {
     const char* argument = argv[i];
     if (strcmp(argument, "--vrml97") == 0) {
       line->vrml97 = 1;
+    } else if (strcmp(argument, "--digits") == 0) {
+      if (readDigits(i + 1 < argc ? argv[++i] : nullptr, line) != 0) return -2;
     } else if (argument[0] == '-') {
       const char* letter = argument + 1;
       do {
@@ -763,6 +791,10 @@ int readArguments(int argc, char** argv, CommandLine* line) {
     } else {
       return printUsage();
     }
+  }
+  if (line->digits != 0 && !line->vrml97) {
+    printMessage("--digits rounds numbers only together with --vrml97\n");
+    return printUsage();
   }
   if (line->inputFileName == nullptr || line->outputFileName == nullptr) return printUsage();
   return 0;
@@ -826,7 +858,7 @@ int worldPareMain(int argc, char** argv) {
   PareOptions options = {line.leniency, line.vrml97,
                          hasSuffix(line.outputFileName, ".wrz") ||
                              hasSuffix(line.outputFileName, ".gz"),
-                         line.inputFileName};
+                         line.inputFileName, line.digits};
   OutputFile output = {line.outputFileName};
   PareResult result;
   pareWorldText(input.get(), inputSize, &options, &output, &result);

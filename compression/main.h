@@ -56,6 +56,9 @@ bool runTrial(Attempt attempt) {
 
 /// Nonzero when --vrml97 was given: the whole VRML97 language is read.
 extern int vrml97Option;
+/// --digits N (with --vrml97): the significant digits of the floats that no
+/// Script can see; 0 keeps every float exact.
+extern int digitsOption;
 
 /// The command line over arguments already split; argv[0] is not read.
 /// Returns the exit status.
@@ -87,6 +90,9 @@ void readFloat(const char* text, float* value);
 /// Under --vrml97 the shortest text that reads back as the same float, with no
 /// leading zero (".5") and in exponent form where that is shorter ("1e5").
 char* formatFloat(char* buffer, float value);
+/// The float nearest to the value rounded to `digits` significant digits;
+/// a value of no more digits stays as it is.
+float roundSignificant(float value, int digits);
 /// The shortest text that reads back as the same double, laid out as
 /// formatFloat does under --vrml97; at most 32 characters.
 char* formatDouble(char* buffer, double value);

@@ -21,6 +21,8 @@ struct PareOptions {
   int vrml97;            /* --vrml97: the whole VRML97 language */
   int gzipOutput;        /* write the world gzip-compressed, as for a name ending .wrz or .gz */
   const char* inputName; /* the name of the input in messages; NULL reads as "" */
+  int digits;            /* --digits N, 1 to 9, with vrml97: the significant digits of the
+                            floats that no Script can see; 0 keeps every float exact */
 };
 
 struct PareResult {

@@ -3,7 +3,12 @@
 #include "vrmlcompress.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "jsparser.h"
@@ -718,4 +723,368 @@ void VPNode::dropDefName() {
   forEachNodeIn(fields, drop);
   if (nodeType == PROTO) forEachNode(body, drop);
   if (nodeType == SCRIPT) forEachNodeIn(other.script.fields, drop);
+}
+
+/* ---------------------------------------------------------------------------
+ * --digits: floats that no Script can see, rounded
+ * ------------------------------------------------------------------------ */
+
+// Every node record: declarations, instances, and the copies inside instances.
+std::vector<VPNode*> VPFile::allNodes() {
+  std::unordered_set<VPNode*> seen;
+  std::vector<VPNode*> nodes;
+  auto reach = [&](VPNode* node) {
+    if (seen.insert(node).second) nodes.push_back(node);
+  };
+  forEachNode(topLevel, reach);
+  forEachNode(standIns, reach);
+  forEachNode(allProtos, reach);
+  for (size_t i = 0; i < nodes.size(); i++) {
+    VPNode* node = nodes[i];
+    forEachNodeIn(node->fields, reach);
+    if (node->nodeType == VPNode::PROTO) forEachNode(node->body, reach);
+    if (node->nodeType == VPNode::OTHER) forEachNode(node->other.generic.implementation, reach);
+    if (node->nodeType == VPNode::SCRIPT) forEachNodeIn(node->other.script.fields, reach);
+  }
+  return nodes;
+}
+
+namespace {
+
+// How far a Script sees a node (VPNode::scriptSeen).
+enum { kValuesSeen = 1, kHeld = 2 };
+
+// A node whose values go where the simulation does not follow them: a Script,
+// an instance of an EXTERNPROTO of the input, whose body may hold one, and a
+// stand-in, which another world may route to its Scripts.
+bool isSightSeed(const VPNode* node, const VPNodeList* standIns) {
+  if (node->nodeType == VPNode::SCRIPT) return true;
+  if (node->nodeType != VPNode::OTHER) return false;
+  const VPNode* type = node->other.baseProto;
+  if (type->nodeType == VPNode::EXTERNPROTO && !type->isBuiltin) return true;
+  for (const VPNodeList* cell = standIns; cell != nullptr; cell = cell->next) {
+    if (cell->node == node) return true;
+  }
+  return false;
+}
+
+// What a Script that sees this node's values, or holds it, sees too: the
+// nodes that route into it (held when the event carries nodes), the body node
+// that a copy stands for, the instance whose values come into the copy by IS,
+// and the declaration of an instance. What it holds, it reaches through.
+template <class See>
+void forEachSightOf(VPNode* node, See see) {
+  if (node->scriptSeen == kHeld) {
+    auto hold = [&see](VPNode* child) { see(child, kHeld); };
+    forEachNodeIn(node->fields, hold);
+    if (node->nodeType == VPNode::SCRIPT) forEachNodeIn(node->other.script.fields, hold);
+  }
+  if (node->nodeType != VPNode::SCRIPT && node->nodeType != VPNode::OTHER) return;
+  for (VPRouteList* cell = node->other.routesIn; cell != nullptr; cell = cell->next) {
+    see(cell->route->sourceNode, cell->route->sourceField->holdsNodes() ? kHeld : kValuesSeen);
+  }
+  if (VPNode* original = node->other.shadowedNode) {
+    see(original, node->scriptSeen);
+    for (VPShadow* shadow = original->other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
+      if (shadow->shadow == node) see(shadow->root, kValuesSeen);
+    }
+  }
+  if (node->isProtoInstance()) see(node->other.baseProto, kValuesSeen);
+}
+
+// Rounds the floats of one cell; a rounded list is a new one, as lists may be
+// shared with cells whose values stay.
+void roundCell(VPFieldList* cell, int digits) {
+  int type = cell->field->theType;
+  int length = tupleLength(type);
+  bool single = type == VPField::SFFloat || type == VPField::SFTime ||
+                type == VPField::MFFloat || type == VPField::MFTime;
+  if (cell->redirect != nullptr || (length == 0 && !single)) return;
+  VPValue* head = nullptr;
+  VPValue** last = &head;
+  for (const VPValue* value = cell->value; value != nullptr; value = value->next) {
+    *last = newRecord<VPValue>();
+    if (single) {
+      (*last)->floatValue = roundSignificant(value->floatValue, digits);
+    } else {
+      (*last)->floats = newArray<float>(size_t(length));
+      for (int i = 0; i < length; i++) {
+        (*last)->floats[i] = roundSignificant(value->floats[i], digits);
+      }
+    }
+    last = &(*last)->next;
+  }
+  cell->value = head;
+}
+
+}  // namespace
+
+// A Script holds the nodes of its fields and what they hold; it sees the
+// values of the nodes that send it events, directly or along a chain of
+// routes, and of the instance that gives a node it sees its values by IS.
+void VPFile::markScriptSight() {
+  std::vector<VPNode*> nodes = allNodes();
+  std::vector<VPNode*> work;
+  auto see = [&work](VPNode* node, int sight) {
+    if (node->scriptSeen >= sight) return;
+    node->scriptSeen = sight;
+    work.push_back(node);
+  };
+  for (VPNode* node : nodes) {
+    if (isSightSeed(node, standIns)) see(node, kHeld);
+  }
+  while (!work.empty()) {
+    VPNode* node = work.back();
+    work.pop_back();
+    forEachSightOf(node, see);
+  }
+}
+
+// The cells of PROTO instances and the defaults of declarations stay exact:
+// the PROTO passes compared them before the rounding, and must find what a
+// run on the output finds.
+void VPFile::roundUnseenFloats(int digits) {
+  markScriptSight();
+  for (VPNode* node : allNodes()) {
+    if (node->nodeType != VPNode::OTHER || node->scriptSeen || node->isProtoInstance() ||
+        node->other.shadowedNode != nullptr) {
+      continue;
+    }
+    for (VPFieldList* cell = node->fields; cell != nullptr; cell = cell->next) {
+      roundCell(cell, digits);
+    }
+  }
+}
+
+/* ---------------------------------------------------------------------------
+ * --vrml97: identical nodes shared
+ * ------------------------------------------------------------------------ */
+
+namespace {
+
+// Nodes that a browser tells apart from their copies: they sense, keep time,
+// play, bind (an Anchor's url "#name" names a Viewpoint) or load.
+const char* const kSingularTypes[] = {
+    "Anchor",          "AudioClip",      "Background",       "Collision",
+    "CylinderSensor",  "Fog",            "Inline",           "MovieTexture",
+    "NavigationInfo",  "PlaneSensor",    "ProximitySensor",  "Sound",
+    "SphereSensor",    "TimeSensor",     "TouchSensor",      "Viewpoint",
+    "VisibilitySensor",
+};
+
+bool isSingularType(const VPNode* node) {
+  const char* type = node->other.baseProto->name;
+  for (const char* singular : kSingularTypes) {
+    if (strcmp(type, singular) == 0) return true;
+  }
+  return false;
+}
+
+uint64_t mixHash(uint64_t hash, uint64_t value) {
+  return (hash ^ value) * 0x100000001b3ull + (hash >> 29);
+}
+
+uint64_t hashBytes(uint64_t hash, const void* data, size_t size) {
+  const unsigned char* bytes = static_cast<const unsigned char*>(data);
+  for (size_t i = 0; i < size; i++) hash = mixHash(hash, bytes[i]);
+  return hash;
+}
+
+// The bytes of one element as the writer sees them: floats by their bits, so
+// that -0 and 0 differ as their texts do.
+uint64_t hashElement(uint64_t hash, int type, const VPValue* value) {
+  if (type == VPField::SFString || type == VPField::MFString) {
+    return hashBytes(hash, value->string, strlen(value->string));
+  }
+  if (type == VPField::SFImage) {
+    const VPImage* image = value->image;
+    hash = hashBytes(hash, image, 3 * sizeof(int32_t));
+    int64_t count = int64_t(image->width) * image->height;
+    return count < 1 ? hash : hashBytes(hash, image->pixels, size_t(count) * sizeof(int32_t));
+  }
+  if (int length = tupleLength(type)) {
+    return hashBytes(hash, value->floats, size_t(length) * sizeof(float));
+  }
+  return hashBytes(hash, &value->intValue, sizeof(int32_t));  // also the bits of a float
+}
+
+bool sameElements(int type, const VPValue* a, const VPValue* b) {
+  if (type == VPField::SFString || type == VPField::MFString) {
+    return strcmp(a->string, b->string) == 0;
+  }
+  if (type == VPField::SFImage) {
+    const VPImage* x = a->image;
+    const VPImage* y = b->image;
+    int64_t count = int64_t(x->width) * x->height;
+    return memcmp(x, y, 3 * sizeof(int32_t)) == 0 &&
+           (count < 1 || memcmp(x->pixels, y->pixels, size_t(count) * sizeof(int32_t)) == 0);
+  }
+  if (int length = tupleLength(type)) {
+    return memcmp(a->floats, b->floats, size_t(length) * sizeof(float)) == 0;
+  }
+  return a->intValue == b->intValue;
+}
+
+/// What the sharing knows of a subtree.
+struct SubtreeShape {
+  uint64_t hash;
+  bool shareable;  ///< nothing in it can tell it from a copy
+  bool tree;       ///< no node in it is referred to from anywhere else
+};
+
+// The pass over one scope: the top level, or the body of one PROTO.
+struct NodeSharing {
+  std::unordered_map<VPNode*, SubtreeShape> shapes;
+  std::unordered_map<uint64_t, std::vector<VPNode*>> firstNodes;  ///< by hash
+  std::unordered_set<VPNode*> walked;
+  std::unordered_set<std::string> names;  ///< taken in the scope
+  size_t nameCounter = 0;
+
+  void shareAt(VPNode** place);
+  VPNode* findEqual(VPNode* node);
+  const SubtreeShape& shapeOf(VPNode* node);
+  bool canShare(VPNode* node);
+  bool sameSubtree(VPNode* a, VPNode* b);
+  void collectNames(VPNodeList* list);
+  const char* freeName();
+};
+
+bool NodeSharing::canShare(VPNode* node) {
+  if (node->nodeType != VPNode::OTHER || node->isProtoInstance() || !node->other.baseProto->isBuiltin ||
+      isSingularType(node) || node->scriptSeen || node->other.routesIn != nullptr ||
+      node->other.routesOut != nullptr) {
+    return false;
+  }
+  for (const VPFieldList* cell = node->fields; cell != nullptr; cell = cell->next) {
+    if (cell->redirect != nullptr) return false;
+  }
+  return true;
+}
+
+// The hash of the written cells and of the children, with what they allow.
+const SubtreeShape& NodeSharing::shapeOf(VPNode* node) {
+  auto known = shapes.find(node);
+  if (known != shapes.end()) return known->second;
+  SubtreeShape shape = {mixHash(0, reinterpret_cast<uintptr_t>(node->other.baseProto)),
+                        canShare(node), node->other.refCount == 1};
+  for (VPFieldList* cell = shape.shareable ? node->fields : nullptr; cell != nullptr;
+       cell = cell->next) {
+    if (node->holdsDefault(cell)) continue;
+    shape.hash = mixHash(shape.hash, reinterpret_cast<uintptr_t>(cell->field));
+    for (VPValue* value = cell->value; value != nullptr; value = value->next) {
+      if (!cell->field->holdsNodes()) {
+        shape.hash = hashElement(shape.hash, cell->field->theType, value);
+      } else if (value->node == nullptr) {
+        shape.hash = mixHash(shape.hash, 1);
+      } else {
+        const SubtreeShape& child = shapeOf(value->node);
+        shape.hash = mixHash(shape.hash, child.hash);
+        shape.shareable = shape.shareable && child.shareable;
+        shape.tree = shape.tree && child.tree;
+      }
+    }
+  }
+  return shapes[node] = shape;
+}
+
+// Equal as the writer writes them: the same type and, cell by cell, the same
+// fields with the same values and equal children.
+bool NodeSharing::sameSubtree(VPNode* a, VPNode* b) {
+  if (a == b) return true;
+  if (a->other.baseProto != b->other.baseProto) return false;
+  VPFieldList* x = a->fields;
+  VPFieldList* y = b->fields;
+  for (;; x = x->next, y = y->next) {
+    while (x != nullptr && a->holdsDefault(x)) x = x->next;
+    while (y != nullptr && b->holdsDefault(y)) y = y->next;
+    if (x == nullptr || y == nullptr) return x == y;
+    if (x->field != y->field) return false;
+    const VPValue* u = x->value;
+    const VPValue* v = y->value;
+    for (; u != nullptr && v != nullptr; u = u->next, v = v->next) {
+      bool same = !x->field->holdsNodes() ? sameElements(x->field->theType, u, v)
+                  : u->node == nullptr || v->node == nullptr ? u->node == v->node
+                                                             : sameSubtree(u->node, v->node);
+      if (!same) return false;
+    }
+    if (u != v) return false;
+  }
+}
+
+VPNode* NodeSharing::findEqual(VPNode* node) {
+  auto candidates = firstNodes.find(shapeOf(node).hash);
+  if (candidates == firstNodes.end()) return nullptr;
+  for (VPNode* first : candidates->second) {
+    if (sameSubtree(first, node)) return first;
+  }
+  return nullptr;
+}
+
+// A node that the writer meets for the first time: a copy of a node met
+// before, in a tree of its own, becomes that node; else it may serve later
+// copies, and its children are walked.
+void NodeSharing::shareAt(VPNode** place) {
+  VPNode* node = *place;
+  if (node == nullptr || node->nodeType != VPNode::OTHER || !walked.insert(node).second) return;
+  const SubtreeShape& shape = shapeOf(node);
+  if (shape.shareable) {
+    VPNode* first = shape.tree ? findEqual(node) : nullptr;
+    if (first != nullptr) {
+      if (first->name == nullptr) first->name = copyString(freeName());
+      first->other.refCount++;
+      *place = first;
+      return;
+    }
+    firstNodes[shape.hash].push_back(node);
+  }
+  for (VPFieldList* cell = node->fields; cell != nullptr; cell = cell->next) {
+    if (!cell->field->holdsNodes()) continue;
+    for (VPValue* value = cell->value; value != nullptr; value = value->next) shareAt(&value->node);
+  }
+}
+
+// The names of the scope, which a new name must not take.
+void NodeSharing::collectNames(VPNodeList* list) {
+  forEachNode(list, [this](VPNode* node) {
+    if (node->nodeType == VPNode::PROTO || node->nodeType == VPNode::EXTERNPROTO) return;
+    for (VPNode* below : node->nodesBelow()) {
+      if (below->name != nullptr) names.insert(below->name);
+    }
+  });
+}
+
+// The shortest names first: A to Z, a to z and _, then two characters, and so on.
+const char* NodeSharing::freeName() {
+  static const char kFirst[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
+  static const char kLater[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_0123456789";
+  static const char* const kWords[] = {"IS", "TO", "DEF", "USE", "NULL", "TRUE", "FALSE"};
+  for (;;) {
+    std::string name;
+    size_t number = nameCounter++;
+    name += kFirst[number % (sizeof kFirst - 1)];
+    for (number /= sizeof kFirst - 1; number > 0; number = (number - 1) / (sizeof kLater - 1)) {
+      name += kLater[(number - 1) % (sizeof kLater - 1)];
+    }
+    bool reserved = std::any_of(std::begin(kWords), std::end(kWords),
+                                [&name](const char* word) { return name == word; });
+    if (!reserved && names.insert(name).second) return names.find(name)->c_str();
+  }
+}
+
+// The scopes are the top level and each PROTO body; nodes in the defaults of
+// PROTO fields are left as they are.
+void shareScope(VPNodeList* list) {
+  NodeSharing sharing;
+  sharing.collectNames(list);
+  for (VPNodeList* cell = list; cell != nullptr; cell = cell->next) sharing.shareAt(&cell->node);
+  forEachNode(list, [](VPNode* node) {
+    if (node->nodeType == VPNode::PROTO) shareScope(node->body);
+  });
+}
+
+}  // namespace
+
+void VPFile::shareIdenticalNodes() {
+  markScriptSight();
+  shareScope(topLevel);
 }

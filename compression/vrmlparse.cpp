@@ -2,6 +2,7 @@
 // nodes, PROTOs and ROUTEs, and the writer, in the order of the work.
 #include "vrmlparse.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cstdlib>
@@ -91,26 +92,43 @@ constexpr Vrml97NameBytes vrml97NameBytes;
 /// a line. Blanks between the elements of a list deflate better than line breaks.
 struct Spacing {
   char last;      ///< the last byte written
+  int number;     ///< a NumberKind: what the last token was
   bool gapOwed;   ///< a gap stands before the next token
   bool lineOwed;  ///< the next token begins a line
 };
-Spacing spacing = {'\n', false, false};
+
+/// A number ends where a sign begins, and one with a point or an exponent
+/// where a point begins: "1-2", "1.5.5" and "1e3.5" are two numbers each.
+enum NumberKind { kNoNumber = 0, kWholeNumber = 1, kPointNumber = 2 };
+
+Spacing spacing = {'\n', kNoNumber, false, false};
 
 // Names, numbers and words run together; quotes, brackets and braces end a token.
 bool continuesToken(char c) {
   return c == '.' || vrml97NameBytes.part[static_cast<unsigned char>(c)];
 }
 
-void writeText(FILE* stream, const char* text, size_t length) {
+bool needsBlank(char last, int lastNumber, char first) {
+  if (!continuesToken(last) || !continuesToken(first)) return false;
+  if (lastNumber != kNoNumber && first == '-') return false;
+  return !(lastNumber == kPointNumber && first == '.');
+}
+
+// Text of one or more tokens, of which the last is a number of the kind given.
+void writeTokens(FILE* stream, const char* text, size_t length, int lastNumber) {
   if (vrml97Option && length > 0) {
     if (spacing.lineOwed) {
       putc('\n', stream);
-    } else if (spacing.gapOwed && continuesToken(spacing.last) && continuesToken(text[0])) {
+    } else if (spacing.gapOwed && needsBlank(spacing.last, spacing.number, text[0])) {
       putc(' ', stream);
     }
-    spacing = {text[length - 1], false, false};
+    spacing = {text[length - 1], lastNumber, false, false};
   }
   fwrite(text, 1, length, stream);
+}
+
+void writeText(FILE* stream, const char* text, size_t length) {
+  writeTokens(stream, text, length, kNoNumber);
 }
 
 void writeText(FILE* stream, const char* text) { writeText(stream, text, strlen(text)); }
@@ -129,21 +147,31 @@ void beginLine() {
   if (vrml97Option && spacing.last != '\n') spacing.lineOwed = true;
 }
 
+int numberKind(const char* text, const char* end) {
+  return std::find_if(text, end, [](char c) { return c == '.' || c == 'e'; }) != end
+             ? kPointNumber
+             : kWholeNumber;
+}
+
 void writeFloats(FILE* stream, const float* values, int count) {
   char line[4 * 32];
   char* end = line;
+  int kind = kNoNumber;
   for (int i = 0; i < count; i++) {
-    if (i > 0) *end++ = ' ';
-    end = formatFloat(end, values[i]);
+    char text[32];
+    char* textEnd = formatFloat(text, values[i]);
+    if (i > 0 && (!vrml97Option || needsBlank(end[-1], kind, text[0]))) *end++ = ' ';
+    end = std::copy(text, textEnd, end);
+    kind = numberKind(text, textEnd);
   }
-  writeText(stream, line, size_t(end - line));
+  writeTokens(stream, line, size_t(end - line), kind);
   writeGap(stream, '\n');
 }
 
 void writeInt(FILE* stream, int32_t value) {
   char line[16];
   char* end = std::to_chars(line, line + sizeof line, value).ptr;
-  writeText(stream, line, size_t(end - line));
+  writeTokens(stream, line, size_t(end - line), kWholeNumber);
   writeGap(stream, '\n');
 }
 
@@ -1712,7 +1740,7 @@ void writeWords(FILE* stream, std::initializer_list<const char*> words) {
 }  // namespace
 
 void VPFile::write(FILE* stream) {
-  spacing = {'\n', false, false};
+  spacing = {'\n', kNoNumber, false, false};
   writeText(stream, "#VRML V2.0 utf8\n");
   for (VPNodeList* cell = topLevel; cell != nullptr; cell = cell->next) {
     writeNode(stream, cell);
@@ -1829,16 +1857,30 @@ std::string cellName(const VPFieldList* cell) {
 
 }  // namespace
 
-// An instance's value equal to its type's default is left out; node values are
-// always written.
+namespace {
+
+bool isIdentityRotation(const VPValue* value) { return value != nullptr && value->floats[3] == 0; }
+
+}  // namespace
+
+// --vrml97: a rotation by no angle is the default one about any axis, where
+// no Script can read the axis; not in an instance, whose cells the PROTO
+// passes compared as read.
+bool VPNode::holdsDefault(const VPFieldList* cell) {
+  CHECK(nodeType == OTHER || nodeType == SCRIPT);
+  if (cell->redirect != nullptr || cell->field->holdsNodes()) return false;
+  VPFieldList* protoField = other.baseProto->findField(cell->field);
+  CHECK(protoField != NULL);
+  if (fieldValuesEqual(cell, protoField)) return true;
+  return vrml97Option && scriptSeen == 0 && !isProtoInstance() &&
+         cell->field->theType == VPField::SFRotation &&
+         isIdentityRotation(cell->value) && isIdentityRotation(protoField->value);
+}
+
+// An instance's value equal to its type's default is left out.
 void VPNode::writeField(VPFieldList* cell, FILE* stream, int withValues, int isInstance) {
   VPField* field = cell->field;
-  if (isInstance && withValues && cell->redirect == nullptr) {
-    CHECK(nodeType == OTHER || nodeType == SCRIPT);
-    VPFieldList* protoField = other.baseProto->findField(field);
-    CHECK(protoField != NULL);
-    if (!field->holdsNodes() && fieldValuesEqual(cell, protoField)) return;
-  }
+  if (isInstance && withValues && holdsDefault(cell)) return;
   beginLine();
   if (!isInstance) {
     field->write(stream);

@@ -133,6 +133,7 @@ struct VPNode {
   char* name;
   VPFieldList* fields;
   int visited;  ///< the one mark of all traversals; clear between them
+  int scriptSeen;  ///< --vrml97: 1 a Script may see its values, 2 may also hold it
 
   VPValue* urls;            ///< EXTERNPROTO
   int isBuiltin;            ///< EXTERNPROTO: a standard node of the built-in library
@@ -172,6 +173,9 @@ struct VPNode {
   void writeRoutes(FILE* stream);
   void writeFieldList(VPFieldList* list, FILE* stream, int withValues, int isInstance);
   void writeField(VPFieldList* cell, FILE* stream, int withValues, int isInstance);
+  /// On an instance: the cell holds its type's default, which the writer leaves
+  /// out; node values are always written.
+  bool holdsDefault(const VPFieldList* cell);
 
   // The scan and the expansion of PROTO instances (vrmlcompress.cpp).
   void scanNode();
@@ -356,6 +360,11 @@ struct VPFile {
   void pruneProtoInterfaces();
   void pruneSwitches();
   void dropDefNames();
+  /// --digits: the floats of nodes whose values no Script can see, rounded.
+  void roundUnseenFloats(int digits);
+  /// --vrml97: a node equal to one written before it in its scope, where
+  /// nothing can tell two copies from one node, becomes a USE of that one.
+  void shareIdenticalNodes();
 
  private:
   void endToken(int type);
@@ -375,6 +384,8 @@ struct VPFile {
   void parseScriptFields(VPNode* node, VPFieldList* declared);
   void nameNode(VPNode* node, char* nodeName);
   void renameHiddenNodes(StringTable* names);
+  std::vector<VPNode*> allNodes();
+  void markScriptSight();
 };
 
 /// Two cells of one field hold equal values: exact, by type, for all but node types.

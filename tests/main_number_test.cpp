@@ -132,3 +132,25 @@ TEST(DenseNumbers, ReadBackToTheSameFloatOnRandomBitPatterns) {
 }
 
 }  // namespace
+
+namespace {
+
+// The nearest float to the value rounded to N significant digits, written in
+// its shortest text, which then has N digits at most.
+TEST(DenseNumbers, RoundedToSignificantDigits) {
+  const struct {
+    float value;
+    int digits;
+    const char* text;
+  } cases[] = {
+      {0.123456789f, 6, ".123457"}, {0.123456789f, 3, ".123"},   {1.987654321f, 3, "1.99"},
+      {100.7f, 3, "101"},           {9.96f, 2, "10"},           {0.95f, 1, ".9"},
+      {123456.7f, 3, "123e3"},      {0.00123456f, 3, ".00123"}, {-9.87654f, 3, "-9.88"},
+      {0.5f, 1, ".5"},              {1.0f / 3, 9, ".33333334"}, {2.71828f, 6, "2.71828"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(asDenseFloat(roundSignificant(c.value, c.digits)), c.text) << c.text;
+  }
+}
+
+}  // namespace

@@ -93,6 +93,8 @@ bool readGoldenRun(const std::string& caseDir, const std::string& name, GoldenRu
   for (std::string word; args >> word;) {
     if (word == "--vrml97") {
       run->options.vrml97 = 1;
+    } else if (word == "--digits") {
+      args >> run->options.digits;
     } else if (word[0] == '-') {
       run->options.leniency = 1;
     } else {
@@ -215,7 +217,7 @@ TEST(PareWorld, CorpusInOneProcessForwardThenBackwardAsTheCommandLine) {
     expected.push_back(commandLineOutcome(c.world, c.vrml97 ? "--vrml97" : ""));
   }
   auto expectSame = [&](size_t i) {
-    Outcome outcome = pared(fileText(cases[i].world), {0, cases[i].vrml97, 0, nullptr});
+    Outcome outcome = pared(fileText(cases[i].world), {0, cases[i].vrml97, 0, nullptr, 0});
     EXPECT_EQ(outcome.status, expected[i].status) << cases[i].world;
     EXPECT_TRUE(outcome.messages == expected[i].messages) << cases[i].world;
     EXPECT_TRUE(outcome.world == expected[i].world) << cases[i].world;

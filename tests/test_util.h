@@ -103,6 +103,19 @@ inline std::vector<FixedToken> fixedTokens(const std::string& text) {
   return tokens;
 }
 
+/// Whether two tokens of a world would read as one without a blank between
+/// them: names, words and numbers do, but a number ends before a sign, and
+/// one with a point or an exponent before a point.
+inline bool tokensJoin(const std::string& before, const std::string& after) {
+  auto continues = [](char c) {
+    return c == '.' || (static_cast<unsigned char>(c) > ' ' && strchr("\"#',[]\\{}=", c) == nullptr);
+  };
+  if (before.empty() || !continues(before.back()) || !continues(after[0])) return false;
+  bool number = strchr("0123456789+-.", before[0]) != nullptr;
+  bool pointed = before.find_first_of(".e") != std::string::npos;
+  return !(number && after[0] == '-') && !(number && pointed && after[0] == '.');
+}
+
 /// A world written in the fixed form, as --vrml97 spaces it: a line break
 /// before each field, declaration and ROUTE, elsewhere a blank only between
 /// two tokens that would read as one, and no line break at the end. The
@@ -110,7 +123,6 @@ inline std::vector<FixedToken> fixedTokens(const std::string& text) {
 inline std::string denseForm(const std::string& fixed) {
   size_t headerEnd = fixed.compare(0, 5, "#VRML") == 0 ? fixed.find('\n') + 1 : 0;
   std::string dense = fixed.substr(0, headerEnd);
-  auto continues = [](char c) { return c == '.' || (static_cast<unsigned char>(c) > ' ' && strchr("\"#',[]\\{}=", c) == nullptr); };
   // The open scopes: 'N' the fields of a node, 'I' an interface, 'B' a PROTO
   // body, 'V' a list of values or nodes.
   std::string scopes;
@@ -123,7 +135,7 @@ inline std::string denseForm(const std::string& fixed) {
                  (scopes.back() == 'N' || scopes.back() == 'I');
     if (token.text == "ROUTE" || field) {
       if (!dense.empty() && dense.back() != '\n') dense += '\n';
-    } else if (!dense.empty() && continues(dense.back()) && continues(first)) {
+    } else if (tokensJoin(before[1], token.text)) {
       dense += ' ';
     }
     dense += token.text;

@@ -173,14 +173,15 @@ Script { url "javascript: function initialize() { print(3.14159265358979, 0x1F);
 }
 
 // A blank only where two tokens would read as one: between names, words and
-// numbers, never at a quote, a bracket or a brace; a line break before each
+// numbers, never at a quote, a bracket or a brace, nor before a number's sign
+// or before a point behind a number that has one; a line break before each
 // field, declaration and ROUTE; none at the end.
 TEST(Vrml97, WriterSeparatesOnlyTokensThatWouldJoin) {
   const char* world = R"(EXTERNPROTO Lamp [ exposedField SFBool on ] [ "lamp.wrl" "urn:x" ]
 PROTO Tile [ field SFColor tint 1 0 0 ] { Material { diffuseColor IS tint } }
 DEF G Group { children [ DEF L Lamp { on FALSE } USE L USE L Shape { } ] }
 WorldInfo { info [ "a" "b" ] title "t" }
-Transform { translation -1 0.5 -0.25 scale 2 2 2 }
+Transform { translation -1 0.5 -0.25 scale 1.5 0.5 2 }
 IndexedFaceSet { coordIndex [ 0 1 2 -1 ] }
 PixelTexture { image 2 1 1 0x00 0xFF }
 DEF T TouchSensor { }
@@ -197,9 +198,9 @@ ROUTE T.isActive TO L.set_on)";
                          "on FALSE}USE L USE L Shape{}]}WorldInfo{\n"
                          "info[\"a\"\"b\"]\n"
                          "title\"t\"}Transform{\n"
-                         "translation -1 .5 -.25\n"
-                         "scale 2 2 2}IndexedFaceSet{\n"
-                         "coordIndex[0 1 2 -1]}PixelTexture{\n"
+                         "translation -1 .5-.25\n"
+                         "scale 1.5.5 2}IndexedFaceSet{\n"
+                         "coordIndex[0 1 2-1]}PixelTexture{\n"
                          "image 2 1 1 0x0 0xff}DEF T TouchSensor{}\n"
                          "ROUTE T.isActive TO L.on");
 }

@@ -1,0 +1,187 @@
+#include <gtest/gtest.h>
+
+#include "main.h"
+#include "test_util.h"
+
+namespace {
+
+// The world through every pass of a run with --vrml97 --digits 3, written.
+std::string roundedWorld(const std::string& body) {
+  vrml97Option = 1;
+  VPFile* file = cascadedWorld(body);
+  file->pruneProtoInterfaces();
+  file->pruneSwitches();
+  file->dropDefNames();
+  file->roundUnseenFloats(3);
+  std::string written = writtenWorld(file);
+  vrml97Option = 0;
+  return written;
+}
+
+struct SightCase {
+  const char* what;
+  const char* world;
+  const char* exact;    ///< a value written as read
+  const char* rounded;  ///< a value written with three digits, or NULL
+};
+
+const char kReader[] = R"(DEF S Script { eventIn SFVec3f set field SFNode held NULL
+  url "javascript: function set(v) { print(v, held); }" })";
+
+const SightCase kSightCases[] = {
+    {"a node that routes to a Script, and one that does not",
+     R"(DEF A PositionInterpolator { key [ 0 1 ] keyValue [ 1.23456 0 0, 0 0 0 ] }
+PositionInterpolator { key [ 0 1 ] keyValue [ 2.34567 0 0, 0 0 0 ] }
+ROUTE A.value_changed TO S.set)",
+     "keyValue[1.23456 0 0 0 0 0]", "keyValue[2.35 0 0 0 0 0]"},
+    {"a node two routes away from a Script",
+     R"(DEF T TimeSensor { cycleInterval 1.23456 }
+DEF A PositionInterpolator { key [ 0 1 ] keyValue [ 0 0 0, 0 0 0 ] }
+ROUTE T.fraction_changed TO A.set_fraction
+ROUTE A.value_changed TO S.set)",
+     "cycleInterval 1.23456", nullptr},
+    {"a node that a Script holds, and a node below it",
+     R"(DEF H Transform { translation 1.23456 0 0 children Transform { scale 2.34567 1 1 } }
+Transform { translation 3.45678 0 0 }
+Script { field SFNode h USE H url "javascript: function initialize() { print(h); }" })",
+     "translation 1.23456 0 0\nchildren Transform{\nscale 2.34567 1 1}", "translation 3.46 0 0"},
+    {"a node that routes to a Script does not hand over its children",
+     R"(DEF P PositionInterpolator { key [ 0 1 ] keyValue [ 0 0 0, 1 1 1 ] }
+DEF A Transform { translation 1.23456 0 0 children Transform { scale 2.34567 1 1 } }
+ROUTE P.value_changed TO A.set_translation
+ROUTE A.translation_changed TO S.set)",
+     "translation 1.23456 0 0", "scale 2.35 1 1"},
+    {"a node that a Script sets is not seen by it",
+     R"(DEF T Transform { translation 1.23456 0 0 }
+DEF W Script { eventOut SFVec3f out url "javascript: function initialize() { out = new SFVec3f(1, 2, 3); }" }
+ROUTE W.out TO T.set_translation)",
+     "new SFVec3f(1,2,3)", "translation 1.23 0 0"},
+    {"a body node that routes to a Script of the body; the instance's cells stay",
+     R"(PROTO P [ field SFFloat f 1.23456 ] {
+  DEF A ScalarInterpolator { key [ 0 1 ] keyValue [ 2.34567 0 ] }
+  Transform { scale 3.45678 1 1 }
+  DEF R Script { eventIn SFFloat set field SFFloat f IS f url "javascript: function set(v) { print(v + f); }" }
+  ROUTE A.value_changed TO R.set
+}
+P { f 4.56789 }
+P { f 5.67891 })",
+     "keyValue[2.34567 0]", "scale 3.46 1 1"},
+    {"the instance values of a PROTO stay",
+     R"(PROTO M [ field SFVec3f at 0 0 0 ] { Transform { translation IS at } }
+M { at 1.23456 0 0 }
+M { at 2.34567 0 0 })",
+     "M{\nat 1.23456 0 0}M{\nat 2.34567 0 0}", nullptr},
+    {"an EXTERNPROTO's body may hold a Script: what it holds stays",
+     R"(EXTERNPROTO E [ field SFNode n ] "e.wrl"
+E { n Transform { translation 1.23456 0 0 } })",
+     "translation 1.23456 0 0", nullptr},
+};
+
+TEST(Digits, WhatAScriptCanSeeStaysExact) {
+  for (const SightCase& c : kSightCases) {
+    std::string written = roundedWorld(std::string(kReader) + "\n" + c.world);
+    EXPECT_NE(written.find(c.exact), std::string::npos) << c.what << "\n" << written;
+    if (c.rounded != nullptr) {
+      EXPECT_NE(written.find(c.rounded), std::string::npos) << c.what << "\n" << written;
+    }
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// The world through every pass of a run with --vrml97, written with or
+// without the sharing of identical nodes.
+std::string writtenAsVrml97(const std::string& body, bool share) {
+  vrml97Option = 1;
+  VPFile* file = cascadedWorld(body);
+  file->pruneProtoInterfaces();
+  file->pruneSwitches();
+  file->dropDefNames();
+  if (share) file->shareIdenticalNodes();
+  std::string written = writtenWorld(file);
+  vrml97Option = 0;
+  return written;
+}
+
+// The first of two equal subtrees gets the first free name, in the order the
+// sharing meets them; a later copy is written as USE of it, whole if it can.
+TEST(Sharing, NodesWrittenAgainBecomeUses) {
+  const char* world = R"(DEF A Group { }
+Transform { children USE A }
+Shape { appearance Appearance { material Material { diffuseColor 1 0 0 } } geometry Box { } }
+Transform { translation 1 0 0 children Shape {
+  appearance Appearance { material Material { diffuseColor 1 0 0 } } geometry Sphere { } } }
+Shape { geometry IndexedFaceSet { coord Coordinate { point [ 0 0 0, 1 0 0, 0 1 0 ] } coordIndex [ 0 1 2 ] } }
+Shape { geometry IndexedLineSet { coord Coordinate { point [ 0 0 0, 1 0 0, 0 1 0 ] } coordIndex [ 0 1 2 ] } }
+Shape { appearance Appearance { material Material { diffuseColor 1 0 0 } } geometry Box { } })";
+  EXPECT_EQ(writtenAsVrml97(world, true), "#VRML V2.0 utf8\n"
+                                          "DEF A Group{}Transform{\n"
+                                          "children USE A}DEF D Shape{\n"
+                                          "appearance DEF B Appearance{\n"
+                                          "material Material{\n"
+                                          "diffuseColor 1 0 0}}\n"
+                                          "geometry Box{}}Transform{\n"
+                                          "translation 1 0 0\n"
+                                          "children Shape{\n"
+                                          "appearance USE B\n"
+                                          "geometry Sphere{}}}Shape{\n"
+                                          "geometry IndexedFaceSet{\n"
+                                          "coord DEF C Coordinate{\n"
+                                          "point[0 0 0 1 0 0 0 1 0]}\n"
+                                          "coordIndex[0 1 2]}}Shape{\n"
+                                          "geometry IndexedLineSet{\n"
+                                          "coord USE C\n"
+                                          "coordIndex[0 1 2]}}USE D");
+}
+
+// Two copies that something can tell from one node stay two.
+TEST(Sharing, CopiesThatCanBeToldApartStay) {
+  const struct {
+    const char* reason;
+    const char* world;
+  } cases[] = {
+      {"a ROUTE reaches a node of one",
+       R"(DEF C ColorInterpolator { key [ 0 1 ] keyValue [ 1 0 0, 0 1 0 ] }
+Transform { children Shape { appearance Appearance { material DEF M Material { } } } }
+Transform { children Shape { appearance Appearance { material Material { } } } }
+ROUTE C.value_changed TO M.set_diffuseColor)"},
+      {"an IS link reaches them",
+       R"(PROTO P [ field SFColor c 1 0 0 ] {
+  Group { children [
+    Shape { appearance Appearance { material Material { diffuseColor IS c } } }
+    Shape { appearance Appearance { material Material { diffuseColor IS c } } } ] }
+}
+P { c 0 1 0 }
+P { c 0 0 1 })"},
+      {"a Script holds one, and may set it",
+       R"(DEF T Transform { translation 1 2 3 }
+Transform { translation 1 2 3 }
+Script { directOutput TRUE field SFNode t USE T
+  url "javascript: function initialize() { t.translation = new SFVec3f(1, 2, 3); }" })"},
+      {"they hold a sensor", "Transform { children TouchSensor { } }\nTransform { children TouchSensor { } }"},
+      {"they hold a Script",
+       "Transform { children Script { } }\nTransform { children Script { } }"},
+      {"they hold a bindable node",
+       "Transform { children Viewpoint { } }\nTransform { children Viewpoint { } }"},
+      {"they hold a TimeSensor",
+       "Transform { children TimeSensor { } }\nTransform { children TimeSensor { } }"},
+      {"they hold an AudioClip",
+       "Sound { source AudioClip { url \"a.wav\" } }\nSound { source AudioClip { url \"a.wav\" } }"},
+      {"they hold a MovieTexture",
+       R"(Shape { appearance Appearance { texture MovieTexture { url "m.mpg" } } }
+Shape { appearance Appearance { texture MovieTexture { url "m.mpg" } } })"},
+      {"they hold an Inline",
+       "Transform { children Inline { url \"i.wrl\" } }\nTransform { children Inline { url \"i.wrl\" } }"},
+      {"they hold a PROTO instance",
+       "PROTO Q [ ] { Group { } }\nTransform { children Q { } }\nTransform { children Q { } }"},
+  };
+  for (const auto& c : cases) {
+    std::string shared = writtenAsVrml97(c.world, true);
+    EXPECT_EQ(shared, writtenAsVrml97(c.world, false)) << c.reason;
+    EXPECT_EQ(shared.find("DEF A "), std::string::npos) << c.reason << "\n" << shared;
+  }
+}
+
+}  // namespace
