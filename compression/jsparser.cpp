@@ -689,7 +689,7 @@ void printString(FILE* stream, const char* text) {
 constexpr size_t kNumberTextSize = 32;
 
 // The value of a legacy octal literal, "017"; false when it has an 8 or a 9,
-// which make it decimal, or more digits than a double holds exactly.
+// or more digits than a double holds exactly.
 bool readLegacyOctal(const char* literal, double* value) {
   size_t length = strlen(literal);
   if (length > 18 || strspn(literal, "01234567") != length) return false;
@@ -698,12 +698,13 @@ bool readLegacyOctal(const char* literal, double* value) {
 }
 
 // The value of a number literal as a script reads it, a double; false for a
-// long legacy octal literal and for one too large for a double.
+// legacy octal literal that is long or has an 8 or a 9 (a script reads "019"
+// as 19, the simulation as 17: it stays as written), and for one too large
+// for a double.
 bool readLiteral(const char* literal, double* value) {
   bool legacy = literal[0] == '0' && isDecimalDigit(literal[1]) &&
                 strspn(literal, "0123456789") == strlen(literal);
-  if (legacy && readLegacyOctal(literal, value)) return true;
-  if (legacy && strspn(literal, "01234567") == strlen(literal)) return false;
+  if (legacy) return readLegacyOctal(literal, value);
   *value = strtod(literal, nullptr);
   return std::isfinite(*value);
 }

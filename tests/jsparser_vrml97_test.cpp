@@ -49,7 +49,7 @@ TEST(Vrml97Scripts, NumbersInTheShortestTextOfTheirDouble) {
     const char* printed;
   } cases[] = {
       {"1.0", "1"},          {"0.50", ".5"},           {"0x1F", "31"},
-      {"017", "15"},         {"019", "19"},            {"100000", "1e5"},
+      {"017", "15"},         {"019", "019"},            {"100000", "1e5"},
       {"0.0000002", "2e-7"}, {"4294967296.0", "4294967296."},
       {"1e999", "1e999"},    {"1..toString()", "1..toString()"},
       {"0x1F.toString()", "31..toString()"},         {"1.5.toFixed(1)", "1.5.toFixed(1)"},
