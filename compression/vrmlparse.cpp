@@ -1857,24 +1857,12 @@ std::string cellName(const VPFieldList* cell) {
 
 }  // namespace
 
-namespace {
-
-bool isIdentityRotation(const VPValue* value) { return value != nullptr && value->floats[3] == 0; }
-
-}  // namespace
-
-// --vrml97: a rotation by no angle is the default one about any axis, where
-// no Script can read the axis; not in an instance, whose cells the PROTO
-// passes compared as read.
 bool VPNode::holdsDefault(const VPFieldList* cell) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
   if (cell->redirect != nullptr || cell->field->holdsNodes()) return false;
   VPFieldList* protoField = other.baseProto->findField(cell->field);
   CHECK(protoField != NULL);
-  if (fieldValuesEqual(cell, protoField)) return true;
-  return vrml97Option && scriptSeen == 0 && !isProtoInstance() &&
-         cell->field->theType == VPField::SFRotation &&
-         isIdentityRotation(cell->value) && isIdentityRotation(protoField->value);
+  return fieldValuesEqual(cell, protoField);
 }
 
 // An instance's value equal to its type's default is left out.
