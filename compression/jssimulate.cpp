@@ -909,16 +909,26 @@ JSExpression* newFloat(float number) {
 // numbers, which the script computes with in double precision.
 bool isExactConstant(const JSExpression* expr) { return isConstant(expr) && expr->literal != nullptr; }
 
-// --vrml97: a number in the shortest text that reads back as the same double.
-JSExpression* newExactNumber(double number) {
-  char text[32];
-  for (int digits = 1; digits <= 17; digits++) {
-    snprintf(text, sizeof text, "%.*g", digits, number);
-    if (strtod(text, nullptr) == number) break;
-  }
+JSExpression* newNumberOfText(double number, char* text, char* end) {
+  *end = 0;
   JSExpression* expr = newFloat(float(number));
   expr->literal = copyString(text);
   return expr;
+}
+
+// --vrml97: a number in the shortest text that reads back as the same double.
+JSExpression* newExactNumber(double number) {
+  char text[32];
+  return newNumberOfText(number, text, formatDouble(text, number));
+}
+
+// --vrml97: the value of a field in the text that the world gives it, so that
+// arithmetic with it folds as with the numbers that the script wrote, and a
+// run on the output folds what this run folded.
+JSExpression* newFieldNumber(double number) {
+  if (double(float(number)) != number) return newExactNumber(number);
+  char text[32];
+  return newNumberOfText(number, text, formatFloat(text, float(number)));
 }
 
 bool isToken(const JSExpression* expr, const char* token) {
@@ -1249,7 +1259,8 @@ JSExpression* JSParser::pruneName(JSExpression* expr) {
   CHECK(answer->values->next == NULL);
   JSAtom* value = answer->values->object->getValue();
   if (value != nullptr && isKnown(value, JSAtom::FLOAT) && countValues(value) == 1) {
-    return newFloat(value->values->number);
+    double number = value->values->number;
+    return vrml97Option ? newFieldNumber(number) : newFloat(float(number));
   }
   return expr;
 }
