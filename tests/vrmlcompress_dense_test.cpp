@@ -5,14 +5,16 @@
 
 namespace {
 
-// The world through every pass of a run with --vrml97 --digits 3, written.
-std::string roundedWorld(const std::string& body) {
+// The world through the passes of a run with --vrml97, written: with
+// --digits when `digits` is not 0, and with or without the sharing.
+std::string paredAsVrml97(const std::string& body, int digits, bool share) {
   vrml97Option = 1;
   VPFile* file = cascadedWorld(body);
   file->pruneProtoInterfaces();
   file->pruneSwitches();
   file->dropDefNames();
-  file->roundUnseenFloats(3);
+  if (digits != 0) file->roundUnseenFloats(digits);
+  if (share) file->shareIdenticalNodes();
   std::string written = writtenWorld(file);
   vrml97Option = 0;
   return written;
@@ -79,7 +81,7 @@ E { n Transform { translation 1.23456 0 0 } })",
 
 TEST(Digits, WhatAScriptCanSeeStaysExact) {
   for (const SightCase& c : kSightCases) {
-    std::string written = roundedWorld(std::string(kReader) + "\n" + c.world);
+    std::string written = paredAsVrml97(std::string(kReader) + "\n" + c.world, 3, false);
     EXPECT_NE(written.find(c.exact), std::string::npos) << c.what << "\n" << written;
     if (c.rounded != nullptr) {
       EXPECT_NE(written.find(c.rounded), std::string::npos) << c.what << "\n" << written;
@@ -87,23 +89,6 @@ TEST(Digits, WhatAScriptCanSeeStaysExact) {
   }
 }
 
-}  // namespace
-
-namespace {
-
-// The world through every pass of a run with --vrml97, written with or
-// without the sharing of identical nodes.
-std::string writtenAsVrml97(const std::string& body, bool share) {
-  vrml97Option = 1;
-  VPFile* file = cascadedWorld(body);
-  file->pruneProtoInterfaces();
-  file->pruneSwitches();
-  file->dropDefNames();
-  if (share) file->shareIdenticalNodes();
-  std::string written = writtenWorld(file);
-  vrml97Option = 0;
-  return written;
-}
 
 // The first of two equal subtrees gets the first free name, in the order the
 // sharing meets them; a later copy is written as USE of it, whole if it can.
@@ -116,7 +101,7 @@ Transform { translation 1 0 0 children Shape {
 Shape { geometry IndexedFaceSet { coord Coordinate { point [ 0 0 0, 1 0 0, 0 1 0 ] } coordIndex [ 0 1 2 ] } }
 Shape { geometry IndexedLineSet { coord Coordinate { point [ 0 0 0, 1 0 0, 0 1 0 ] } coordIndex [ 0 1 2 ] } }
 Shape { appearance Appearance { material Material { diffuseColor 1 0 0 } } geometry Box { } })";
-  EXPECT_EQ(writtenAsVrml97(world, true), "#VRML V2.0 utf8\n"
+  EXPECT_EQ(paredAsVrml97(world, 0, true), "#VRML V2.0 utf8\n"
                                           "DEF A Group{}Transform{\n"
                                           "children USE A}DEF D Shape{\n"
                                           "appearance DEF B Appearance{\n"
@@ -178,29 +163,12 @@ Shape { appearance Appearance { texture MovieTexture { url "m.mpg" } } })"},
        "PROTO Q [ ] { Group { } }\nTransform { children Q { } }\nTransform { children Q { } }"},
   };
   for (const auto& c : cases) {
-    std::string shared = writtenAsVrml97(c.world, true);
-    EXPECT_EQ(shared, writtenAsVrml97(c.world, false)) << c.reason;
+    std::string shared = paredAsVrml97(c.world, 0, true);
+    EXPECT_EQ(shared, paredAsVrml97(c.world, 0, false)) << c.reason;
     EXPECT_EQ(shared.find("DEF A "), std::string::npos) << c.reason << "\n" << shared;
   }
 }
 
-}  // namespace
-
-namespace {
-
-// The passes of a run with --vrml97, and --digits when `digits` is not 0.
-std::string paredAsVrml97(const std::string& body, int digits) {
-  vrml97Option = 1;
-  VPFile* file = cascadedWorld(body);
-  file->pruneProtoInterfaces();
-  file->pruneSwitches();
-  file->dropDefNames();
-  if (digits != 0) file->roundUnseenFloats(digits);
-  file->shareIdenticalNodes();
-  std::string written = writtenWorld(file);
-  vrml97Option = 0;
-  return written;
-}
 
 // A run on the output of a run writes it again, byte for byte: what one run
 // folds, rounds and shares, a second finds done.
@@ -227,10 +195,10 @@ Shape { appearance Appearance { material Material { } } geometry Box { } })",
        "translation .123457-0 3e9}"},
   };
   for (const auto& c : cases) {
-    std::string first = paredAsVrml97(c.world, c.digits);
+    std::string first = paredAsVrml97(c.world, c.digits, true);
     EXPECT_NE(first.find(c.written), std::string::npos) << c.what << "\n" << first;
     std::string body = first.substr(first.find('\n') + 1);
-    EXPECT_EQ(paredAsVrml97(body, c.digits), first) << c.what;
+    EXPECT_EQ(paredAsVrml97(body, c.digits, true), first) << c.what;
   }
 }
 
