@@ -27,8 +27,8 @@ TEST(Vrml97Scripts, SemicolonsAreInsertedAsEcmaScriptSays) {
       {"function f() { return\n a }", "function f() {\nreturn;\na;\n}\n"},
       {"function f() { while (a) { break\n b } }", "function f() {\nwhile(a){\nbreak;\nb;\n}\n}\n"},
       {"function f() { a\n++b }", "function f() {\na;\n++b;\n}\n"},
-      // A member of a number keeps the blank that sets it apart.
-      {"function f() { a = 0 .b; c = 1.5.d; }", "function f() {\na=0 .b;\nc=1.5 .d;\n}\n"},
+      // A member of a number written with digits alone takes a point of its own.
+      {"function f() { a = 0 .b; c = 1.5.d; }", "function f() {\na=0..b;\nc=1.5.d;\n}\n"},
       // Statements outside the functions come first, in their order.
       {"var k = 2\nfunction f() { }\nk = 3", "var k=2;\nk=3;\nfunction f() {\n}\n"},
   };

@@ -180,7 +180,7 @@ TEST(PareWorld, ForkingRoutesUnderLeniencyEndAfterAMillionDeliveries) {
     routes += "ROUTE C" + a + ".translation TO " + next + ".translation\n";
   }
   world += "DEF A20 Transform { }\n" + routes;
-  Outcome outcome = pared(world, {1, 0, 0, nullptr});
+  Outcome outcome = pared(world, {1, 0, 0, nullptr, 0});
   EXPECT_EQ(outcome.status, -3);
   EXPECT_EQ(outcome.messages.rfind("Warning: Infinite or near infinite loop detected!\n", 0), 0u);
   EXPECT_NE(outcome.messages.find("Assertion failed \"cascadeEventCount < 1000000\""),
