@@ -447,8 +447,30 @@ char* writeDense(char* buffer, const char* scientific) {
   return std::copy(exponent, exponent + exponentLength, out);
 }
 
+// The text of to_chars is the dense one already, but for a leading zero,
+// when it is plain and no exponent form is as short: not "1e+05", "0.0001",
+// nor "12000". A whole number of eight digits or more it writes with all the
+// digits of its value, not the shortest ones, and it may need a point.
+bool isNearlyDense(const char* text, const char* end) {
+  const char* digits = *text == '-' ? text + 1 : text;
+  ptrdiff_t length = end - digits;
+  // to_chars writes an exponent with a sign and two or three digits.
+  if (!isDecimalDigit(*digits) || (length >= 5 && (end[-4] == 'e' || end[-5] == 'e'))) return false;
+  if (digits[0] == '0' && digits[1] == '.') return strncmp(digits + 2, "000", 3) != 0;
+  if (memchr(digits, '.', size_t(length)) != nullptr) return true;
+  return length < 8 && (length < 4 || memcmp(end - 3, "000", 3) != 0);
+}
+
 template <class Number>
 char* formatShortest(char* buffer, Number value) {
+  char* shortest = std::to_chars(buffer, buffer + 32, value).ptr;
+  *shortest = 0;
+  if (isNearlyDense(buffer, shortest)) {
+    char* zero = *buffer == '-' ? buffer + 1 : buffer;
+    if (zero[0] != '0' || zero[1] != '.') return shortest;
+    std::copy(zero + 1, shortest, zero);
+    return shortest - 1;
+  }
   char scientific[48];
   char* end = std::to_chars(scientific, scientific + sizeof scientific, value,
                             std::chars_format::scientific).ptr;

@@ -884,9 +884,17 @@ uint64_t mixHash(uint64_t hash, uint64_t value) {
   return (hash ^ value) * 0x100000001b3ull + (hash >> 29);
 }
 
+// Four bytes at a time; the values hashed are arrays of 32-bit numbers and
+// strings, whose last bytes go one by one.
 uint64_t hashBytes(uint64_t hash, const void* data, size_t size) {
   const unsigned char* bytes = static_cast<const unsigned char*>(data);
-  for (size_t i = 0; i < size; i++) hash = mixHash(hash, bytes[i]);
+  size_t i = 0;
+  for (; i + 4 <= size; i += 4) {
+    uint32_t word;
+    memcpy(&word, bytes + i, 4);
+    hash = mixHash(hash, word);
+  }
+  for (; i < size; i++) hash = mixHash(hash, bytes[i]);
   return hash;
 }
 
@@ -905,7 +913,7 @@ uint64_t hashElement(uint64_t hash, int type, const VPValue* value) {
   if (int length = tupleLength(type)) {
     return hashBytes(hash, value->floats, size_t(length) * sizeof(float));
   }
-  return hashBytes(hash, &value->intValue, sizeof(int32_t));  // also the bits of a float
+  return mixHash(hash, uint32_t(value->intValue));  // also the bits of a float
 }
 
 bool sameElements(int type, const VPValue* a, const VPValue* b) {
@@ -924,6 +932,9 @@ bool sameElements(int type, const VPValue* a, const VPValue* b) {
   }
   return a->intValue == b->intValue;
 }
+
+// The elements of a value that go into the hash of its node.
+constexpr int kHashedElements = 8;
 
 /// What the sharing knows of a subtree.
 struct SubtreeShape {
@@ -971,9 +982,12 @@ const SubtreeShape& NodeSharing::shapeOf(VPNode* node) {
        cell = cell->next) {
     if (node->holdsDefault(cell)) continue;
     shape.hash = mixHash(shape.hash, reinterpret_cast<uintptr_t>(cell->field));
+    int hashed = 0;  // long lists are told apart by their first values; sameSubtree decides
     for (VPValue* value = cell->value; value != nullptr; value = value->next) {
       if (!cell->field->holdsNodes()) {
-        shape.hash = hashElement(shape.hash, cell->field->theType, value);
+        if (hashed++ < kHashedElements) {
+          shape.hash = hashElement(shape.hash, cell->field->theType, value);
+        }
       } else if (value->node == nullptr) {
         shape.hash = mixHash(shape.hash, 1);
       } else {

@@ -114,17 +114,36 @@ bool needsBlank(char last, int lastNumber, char first) {
   return !(lastNumber == kPointNumber && first == '.');
 }
 
+// --vrml97: the separator that the owed gap or line needs before a token that
+// begins with `first`, or 0; the debt is paid.
+char separatorBefore(char first) {
+  char separator = spacing.lineOwed                                                ? '\n'
+                   : spacing.gapOwed && needsBlank(spacing.last, spacing.number, first) ? ' '
+                                                                                  : 0;
+  spacing.gapOwed = spacing.lineOwed = false;
+  return separator;
+}
+
 // Text of one or more tokens, of which the last is a number of the kind given.
 void writeTokens(FILE* stream, const char* text, size_t length, int lastNumber) {
   if (vrml97Option && length > 0) {
-    if (spacing.lineOwed) {
-      putc('\n', stream);
-    } else if (spacing.gapOwed && needsBlank(spacing.last, spacing.number, text[0])) {
-      putc(' ', stream);
-    }
-    spacing = {text[length - 1], lastNumber, false, false};
+    if (char separator = separatorBefore(text[0])) putc(separator, stream);
+    spacing.last = text[length - 1];
+    spacing.number = lastNumber;
   }
   fwrite(text, 1, length, stream);
+}
+
+// Numbers made in `line` behind one byte of room, where the separator owed
+// before them goes, so that they leave in one write.
+void writeNumbers(FILE* stream, char* line, char* end, int lastNumber) {
+  char* text = line + 1;
+  if (vrml97Option && end > text) {
+    if (char separator = separatorBefore(*text)) *--text = separator;
+    spacing.last = end[-1];
+    spacing.number = lastNumber;
+  }
+  fwrite(text, 1, size_t(end - text), stream);
 }
 
 void writeText(FILE* stream, const char* text, size_t length) {
@@ -148,32 +167,61 @@ void beginLine() {
 }
 
 int numberKind(const char* text, const char* end) {
-  return std::find_if(text, end, [](char c) { return c == '.' || c == 'e'; }) != end
-             ? kPointNumber
-             : kWholeNumber;
+  for (const char* c = text; c != end; c++) {
+    if (*c == '.' || *c == 'e') return kPointNumber;
+  }
+  return kWholeNumber;
 }
 
 void writeFloats(FILE* stream, const float* values, int count) {
   char line[4 * 32];
   char* end = line;
-  int kind = kNoNumber;
   for (int i = 0; i < count; i++) {
-    char text[32];
-    char* textEnd = formatFloat(text, values[i]);
-    if (i > 0 && (!vrml97Option || needsBlank(end[-1], kind, text[0]))) *end++ = ' ';
-    end = std::copy(text, textEnd, end);
-    kind = numberKind(text, textEnd);
+    if (i > 0) *end++ = ' ';
+    end = formatFloat(end, values[i]);
   }
-  writeTokens(stream, line, size_t(end - line), kind);
+  writeText(stream, line, size_t(end - line));
   writeGap(stream, '\n');
 }
 
 void writeInt(FILE* stream, int32_t value) {
   char line[16];
-  char* end = std::to_chars(line, line + sizeof line, value).ptr;
-  writeTokens(stream, line, size_t(end - line), kWholeNumber);
+  writeText(stream, line, size_t(std::to_chars(line, line + sizeof line, value).ptr - line));
   writeGap(stream, '\n');
 }
+
+/// --vrml97: the numbers of a value, gathered and written in chunks, each
+/// parted from the one before only where needsBlank asks for it.
+class NumberRun {
+ public:
+  explicit NumberRun(FILE* output) : stream(output) {}
+  ~NumberRun() { flush(); }
+
+  void add(const char* text, const char* textEnd) {
+    if (end - buffer > int(sizeof buffer) - 48) flush();
+    if (lastStart != nullptr) {
+      // The kind of the number before counts only before a point.
+      int before = *text == '.' ? numberKind(lastStart, end) : kWholeNumber;
+      if (needsBlank(end[-1], before, *text)) *end++ = ' ';
+    }
+    lastStart = end;
+    end = std::copy(text, textEnd, end);
+  }
+
+ private:
+  FILE* stream;
+  char buffer[1 + 8192];  ///< one byte of room for the separator before it
+  char* end = buffer + 1;
+  const char* lastStart = nullptr;
+
+  void flush() {
+    if (lastStart == nullptr) return;
+    writeNumbers(stream, buffer, end, numberKind(lastStart, end));
+    writeGap(stream, ' ');
+    end = buffer + 1;
+    lastStart = nullptr;
+  }
+};
 
 void writeBool(FILE* stream, const VPValue* cell) {
   CHECK(cell->intValue == 0 || cell->intValue == 1);
@@ -280,17 +328,46 @@ int findTypeWord(const char* text) {
   return VPField::TypeNone;
 }
 
-void writeValue(FILE* stream, int type, const VPValue* value) {
-  ElementWriter writeElement = fieldType(type).writeElement;
-  if (type < VPField::MFColor || value->next == nullptr) {
-    writeElement(stream, value);
-    return;
+bool isNumberType(int type) {
+  return type == VPField::SFInt32 || type == VPField::MFInt32 || type == VPField::SFFloat ||
+         type == VPField::MFFloat || type == VPField::SFTime || type == VPField::MFTime ||
+         tupleLength(type) != 0;
+}
+
+// --vrml97: the numbers of a value in as few writes as they fit.
+void writeNumberValue(FILE* stream, int type, const VPValue* value) {
+  bool integers = type == VPField::SFInt32 || type == VPField::MFInt32;
+  int length = tupleLength(type);
+  {
+    NumberRun run(stream);
+    for (const VPValue* cell = value; cell != nullptr; cell = cell->next) {
+      const float* floats = length != 0 ? cell->floats : &cell->floatValue;
+      for (int i = 0; i < (length != 0 ? length : 1); i++) {
+        char text[32];
+        run.add(text, integers ? std::to_chars(text, text + sizeof text, cell->intValue).ptr
+                               : formatFloat(text, floats[i]));
+      }
+    }
   }
-  writeText(stream, "[");
   writeGap(stream, '\n');
-  for (const VPValue* cell = value; cell != nullptr; cell = cell->next) writeElement(stream, cell);
-  writeText(stream, "]");
-  writeGap(stream, '\n');
+}
+
+void writeValue(FILE* stream, int type, const VPValue* value) {
+  bool list = type >= VPField::MFColor && value->next != nullptr;
+  if (list) {
+    writeText(stream, "[");
+    writeGap(stream, '\n');
+  }
+  if (vrml97Option && isNumberType(type)) {
+    writeNumberValue(stream, type, value);
+  } else {
+    ElementWriter writeElement = fieldType(type).writeElement;
+    for (const VPValue* cell = value; cell != nullptr; cell = cell->next) writeElement(stream, cell);
+  }
+  if (list) {
+    writeText(stream, "]");
+    writeGap(stream, '\n');
+  }
 }
 
 }  // namespace

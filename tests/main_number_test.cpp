@@ -90,6 +90,7 @@ TEST(DenseNumbers, FloatsUnderTheOption) {
       {0.000123f, "123e-6"},  {0.0123f, ".0123"},        {3e9f, "3e9"},
       {2147483648.0f, "2147483600"},                     {4294967296.0f, "42949673e2"},
       {3.4028235e38f, "34028235e31"},                    {1.4e-45f, "1e-45"},
+      {124412048.0f, "124412050"},                       {16777216.0f, "16777216"},
   };
   for (const auto& c : cases) EXPECT_EQ(asDenseFloat(c.value), c.text) << c.text;
 }
