@@ -840,14 +840,29 @@ void VPFile::markScriptSight() {
   }
 }
 
+namespace {
+
+// A node that sends events, or whose copy in an instance does: an
+// interpolator or a TimeSensor computes them from its values, and small
+// errors of those grow where the results come near zero.
+bool sendsEvents(const VPNode* node) {
+  if (node->other.routesOut != nullptr) return true;
+  for (const VPShadow* shadow = node->other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
+    if (sendsEvents(shadow->shadow)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 // The cells of PROTO instances and the defaults of declarations stay exact:
 // the PROTO passes compared them before the rounding, and must find what a
-// run on the output finds.
+// run on the output finds. So do the values of a node that sends events.
 void VPFile::roundUnseenFloats(int digits) {
   markScriptSight();
   for (VPNode* node : allNodes()) {
     if (node->nodeType != VPNode::OTHER || node->scriptSeen || node->isProtoInstance() ||
-        node->other.shadowedNode != nullptr) {
+        node->other.shadowedNode != nullptr || sendsEvents(node)) {
       continue;
     }
     for (VPFieldList* cell = node->fields; cell != nullptr; cell = cell->next) {

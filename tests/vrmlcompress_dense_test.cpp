@@ -53,6 +53,11 @@ DEF A Transform { translation 1.23456 0 0 children Transform { scale 2.34567 1 1
 ROUTE P.value_changed TO A.set_translation
 ROUTE A.translation_changed TO S.set)",
      "translation 1.23456 0 0", "scale 2.35 1 1"},
+    {"a node that sends events computes them from its values: they stay",
+     R"(DEF P PositionInterpolator { key [ 0 1 ] keyValue [ 1.23456 0 0, 0 0 0 ] }
+DEF T Transform { translation 2.34567 0 0 }
+ROUTE P.value_changed TO T.set_translation)",
+     "keyValue[1.23456 0 0 0 0 0]", "translation 2.35 0 0"},
     {"a node that a Script sets is not seen by it",
      R"(DEF T Transform { translation 1.23456 0 0 }
 DEF W Script { eventOut SFVec3f out url "javascript: function initialize() { out = new SFVec3f(1, 2, 3); }" }
