@@ -65,10 +65,12 @@ fuzz: build-fuzz
 	done
 
 # Random worlds pared under --vrml97 and run beside their input by ../shared/tools
-# (not part of `make test`): DIFFTEST_N worlds from the seed DIFFTEST_SEED on.
+# (not part of `make test`): DIFFTEST_N worlds from the seed DIFFTEST_SEED on,
+# with the options DIFFTEST_OPTIONS besides --vrml97 (as "--digits 6").
 difftest: build
 	cmake --build $(BUILD) --target worldgen
-	tests/difftest/run.sh ./$(BUILD)/worldgen ./$(BUILD)/worldPare $(BUILD)/difftest \
+	DIFFTEST_OPTIONS="$(DIFFTEST_OPTIONS)" \
+	  tests/difftest/run.sh ./$(BUILD)/worldgen ./$(BUILD)/worldPare $(BUILD)/difftest \
 	  $(DIFFTEST_N) $(DIFFTEST_SEED)
 
 clean:

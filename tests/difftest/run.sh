@@ -6,15 +6,17 @@
 # both worlds on the same events (its report in SEED.equiv); two seeds at a
 # time. Prints the seeds whose worlds differ, whose output does not load,
 # on which worldPare stopped, and whose input is faulty (it warns or does not
-# load: a fault of the generator), then how many worlds had each feature.
-# Fails when any seed is in one of these four groups.
+# load: a fault of the generator), or whose output worldPare, run on it,
+# does not write again byte for byte (SEED.out2.wrl), then how many worlds
+# had each feature. Fails when any seed is in one of these five groups.
+# DIFFTEST_OPTIONS holds more options for worldPare, as "--digits 6".
 set -u
 root=$(cd "$(dirname "$0")/../.." && pwd)
 
 if [ "$1" = "--one" ]; then
   pare=$3 base=$4/$5
   "$2" "$5" >"$base.wrl" 2>"$base.features"
-  "$pare" --vrml97 "$base.wrl" "$base.out.wrl" >"$base.pare" 2>&1
+  "$pare" --vrml97 ${DIFFTEST_OPTIONS:-} "$base.wrl" "$base.out.wrl" >"$base.pare" 2>&1
   status=$?
   if [ "$status" -ne 1 ]; then
     echo "stops" >"$base.verdict"
@@ -28,6 +30,10 @@ if [ "$1" = "--one" ]; then
     *) verdict=badinput ;;
   esac
   grep -q "^X_ITE warned about IN" "$base.equiv" && verdict=badinput
+  if [ "$verdict" = same ]; then
+    "$pare" --vrml97 ${DIFFTEST_OPTIONS:-} "$base.out.wrl" "$base.out2.wrl" >/dev/null 2>&1
+    cmp -s "$base.out.wrl" "$base.out2.wrl" || verdict=unsettled
+  fi
   echo "$verdict" >"$base.verdict"
   exit 0
 fi
@@ -39,7 +45,7 @@ start=$(date +%s)
 seq "$first" $((first + count - 1)) | xargs -P 2 -I{} sh "$0" --one "$generator" "$pare" "$work" {}
 
 failed=0
-for verdict in differs noload stops badinput; do
+for verdict in differs noload stops badinput unsettled; do
   seeds=$(grep -l -x "$verdict" "$work"/*.verdict 2>/dev/null | sed 's|.*/||; s|\.verdict$||' | sort -n)
   [ -z "$seeds" ] && continue
   failed=$((failed + $(echo "$seeds" | wc -l)))
@@ -47,6 +53,7 @@ for verdict in differs noload stops badinput; do
   for seed in $seeds; do
     case $verdict in
       stops) why=$(grep -m1 -e "Assertion" -e "Error" -e "Infinite" "$work/$seed.pare") ;;
+      unsettled) why=$(cmp "$work/$seed.out.wrl" "$work/$seed.out2.wrl" 2>&1) ;;
       *) why=$(tail -n 1 "$work/$seed.equiv") ;;
     esac
     echo "  $seed: $(echo "$why" | cut -c1-220)"
