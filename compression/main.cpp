@@ -624,28 +624,32 @@ void reportWriteFailure(const Run& run) {
   CHECK(0);
 }
 
-// The world as the options ask for it: plain, or gzip-compressed.
-void writeWorldTo(VPFile* file, const Run& run, FILE* stream) {
+// The world as the options ask for it, plain or gzip-compressed; `write`
+// writes it plain into a stream.
+template <class Write>
+void writeWorldTo(Write write, const Run& run, FILE* stream) {
   if (!run.options->gzipOutput) {
-    file->write(stream);
+    write(stream);
     return;
   }
   MemoryStream world;
-  file->write(world.file());
+  write(world.file());
   world.close();
   if (!writeGzipData(stream, world.data(), world.size())) reportWriteFailure(run);
 }
 
-void writeWorldToMemory(VPFile* file, Run* run) {
+template <class Write>
+void writeWorldToMemory(Write write, Run* run) {
   MemoryStream world;
-  writeWorldTo(file, *run, world.file());
+  writeWorldTo(write, *run, world.file());
   world.close();
   run->outputSize = world.size();
   run->output = world.take();
 }
 
 // "x": a file that appeared since the test before the run is not overwritten.
-void writeWorldToFile(VPFile* file, const Run& run) {
+template <class Write>
+void writeWorldToFile(Write write, const Run& run) {
   OutputFile* output = run.outputFile;
   output->stream = fopen(output->path, "wx");
   if (output->stream == nullptr) {
@@ -654,25 +658,85 @@ void writeWorldToFile(VPFile* file, const Run& run) {
   }
   static char buffer[1 << 16];
   setvbuf(output->stream, buffer, _IOFBF, sizeof buffer);
-  writeWorldTo(file, run, output->stream);
+  writeWorldTo(write, run, output->stream);
   if (fflush(output->stream) != 0 || ferror(output->stream)) reportWriteFailure(run);
 }
 
+// The passes behind the reading, in their fixed order.
+void pareFile(VPFile* file) {
+  file->scanNodes();
+  file->hoistProtoDefaults();
+  file->runCascade();
+  file->pruneProtoInterfaces();
+  file->pruneSwitches();
+  file->dropDefNames();
+  if (digitsOption != 0) file->roundUnseenFloats(digitsOption);
+  if (vrml97Option) file->shareIdenticalNodes();
+}
+
+std::string writtenText(VPFile* file) {
+  MemoryStream world;
+  file->write(world.file());
+  world.close();
+  return std::string(world.data(), world.size());
+}
+
+// The text of a world read and pared again; false when the pass stops. Its
+// messages, about a world that the run wrote itself, are dropped.
+bool pareAgain(const std::string& text, std::string* pared) {
+  Diagnostics kept = *diagnostics;
+  size_t messagesKept = diagnostics->messages != nullptr ? diagnostics->messages->size() : 0;
+  resetCascade();
+  bool finished = runTrial([&]() {
+    std::vector<char> buffer(text.begin(), text.end());
+    buffer.push_back(0);
+    VPFile file;
+    file.parseText(buffer.data());
+    pareFile(&file);
+    *pared = writtenText(&file);
+  });
+  if (diagnostics->messages != nullptr) diagnostics->messages->resize(messagesKept);
+  diagnostics->warningCount = kept.warningCount;
+  diagnostics->alertCount = kept.alertCount;
+  return finished;
+}
+
+// At most this many passes settle a world; one that they do not settle keeps
+// the text of the last.
+constexpr int kMaxSettlingPasses = 8;
+
+// --vrml97: what the simulation of the scripts cuts can let a simulation of
+// what is left cut more (a test that folded to a constant, a field that
+// nothing reads any more). The world is pared again from its own text until a
+// pass writes what it read, so that the tool run on its output writes it again.
+std::string settledText(VPFile* file) {
+  std::string text = writtenText(file);
+  for (int pass = 1; pass < kMaxSettlingPasses; pass++) {
+    std::string next;
+    if (!pareAgain(text, &next) || next == text) break;
+    text.swap(next);
+  }
+  return text;
+}
+
+// Worlds without a Script are settled after one pass.
 void runPasses(Run* run) {
   VPFile file;
   readWorld(&file, *run);
-  file.scanNodes();
-  file.hoistProtoDefaults();
-  file.runCascade();
-  file.pruneProtoInterfaces();
-  file.pruneSwitches();
-  file.dropDefNames();
-  if (digitsOption != 0) file.roundUnseenFloats(digitsOption);
-  if (vrml97Option) file.shareIdenticalNodes();
+  pareFile(&file);
+  bool settle = vrml97Option && file.holdsScripts();
+  std::string settled = settle ? settledText(&file) : std::string();
+  auto write = [&](FILE* stream) {
+    if (settle) {
+      fwrite(settled.data(), 1, settled.size(), stream);
+    } else {
+      file.write(stream);
+    }
+  };
   if (run->outputFile != nullptr) {
-    writeWorldToFile(&file, *run);
+    writeWorldToFile(write, *run);
   } else {
-    writeWorldToMemory(&file, run);
+    writeWorldToMemory(write, run);
   }
 }
 

@@ -871,6 +871,12 @@ void VPFile::roundUnseenFloats(int digits) {
   }
 }
 
+bool VPFile::holdsScripts() {
+  std::vector<VPNode*> nodes = allNodes();
+  return std::any_of(nodes.begin(), nodes.end(),
+                     [](const VPNode* node) { return node->nodeType == VPNode::SCRIPT; });
+}
+
 /* ---------------------------------------------------------------------------
  * --vrml97: identical nodes shared
  * ------------------------------------------------------------------------ */

@@ -362,6 +362,8 @@ struct VPFile {
   void dropDefNames();
   /// --digits: the floats of nodes whose values no Script can see, rounded.
   void roundUnseenFloats(int digits);
+  /// Whether a Script stands anywhere in the world, PROTO bodies included.
+  bool holdsScripts();
   /// --vrml97: a node equal to one written before it in its scope, where
   /// nothing can tell two copies from one node, becomes a USE of that one.
   void shareIdenticalNodes();
