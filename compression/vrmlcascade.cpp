@@ -907,6 +907,9 @@ int VPJSObject::isNeeded() {
     CHECK(fieldList != NULL);
     if (fieldList->field->theClass == VPField::EVENT_IN) return 1;
     flags |= fieldList->flags;
+    // --vrml97: events leave from the node's own cell of the field, where it has one.
+    VPFieldList* own = vrml97Option ? cell->node->findField(fieldList->field) : nullptr;
+    if (own != nullptr) flags |= own->flags;
     // --vrml97: a read of a node field skips NULL, so one node read is not one value.
     if (fieldList->field->isMFField() || (vrml97Option && fieldList->field->holdsNodes())) {
       allSingleValued = false;
