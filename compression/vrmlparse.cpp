@@ -1922,14 +1922,18 @@ void VPNode::writeFieldList(VPFieldList* list, FILE* stream, int withValues, int
 namespace {
 
 // The name of a field as an instance's cell gives it: an exposedField tied by
-// IS to an event by the alias for which the IS is valid.
-std::string cellName(const VPFieldList* cell) {
+// IS to an event by the alias for which the IS is valid; --vrml97: by its own
+// name where the alias names another field of the node's type, as eventIn
+// set_x beside exposedField x.
+std::string cellName(VPNode* node, const VPFieldList* cell) {
   const VPField* field = cell->field;
   if (cell->redirect == nullptr || field->theClass != VPField::EXPOSED_FIELD) return field->name;
   int redirectClass = cell->redirect->field->theClass;
-  if (redirectClass == VPField::EVENT_IN) return std::string("set_") + field->name;
-  if (redirectClass == VPField::EVENT_OUT) return std::string(field->name) + "_changed";
-  return field->name;
+  std::string alias = field->name;
+  if (redirectClass == VPField::EVENT_IN) alias = std::string("set_") + field->name;
+  if (redirectClass == VPField::EVENT_OUT) alias = std::string(field->name) + "_changed";
+  if (vrml97Option && findInstanceField(node, alias.c_str(), 0) != nullptr) return field->name;
+  return alias;
 }
 
 }  // namespace
@@ -1950,7 +1954,7 @@ void VPNode::writeField(VPFieldList* cell, FILE* stream, int withValues, int isI
   if (!isInstance) {
     field->write(stream);
   } else {
-    writeText(stream, cellName(cell).c_str());
+    writeText(stream, cellName(this, cell).c_str());
   }
   if (cell->redirect != nullptr) {
     CHECK(withValues);
