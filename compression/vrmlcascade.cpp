@@ -630,6 +630,8 @@ void VPJSContext::flushEvents() {
       node->receiveEvent(e->eventData);
     } else {
       node->sendEvent(e->eventData);
+      bool changed = field->theClass == VPField::EXPOSED_FIELD && !node->isProtoInstance();
+      if (vrml97Option && changed) node->shareThroughInterface(e->eventData);
     }
     popContext();
     e->eventData->freeValues();
@@ -1021,31 +1023,65 @@ void VPNode::runScriptFunction(VPFuzzyValue* eventData) {
   context.flushEvents();
 }
 
-void VPNode::receiveEvent(VPFuzzyValue* eventData) {
+// Hands an event of this instance's interface field to the body fields IS it,
+// all but one; whether any body field is IS it.
+bool VPNode::handToBody(VPFuzzyValue* eventData, const VPNode* exceptNode, const VPField* exceptField) {
+  VPField* field = eventData->field;
+  bool linked = false;
+  for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {
+    if (link->protoField != field) continue;
+    linked = true;
+    VPNode* node = link->node;
+    if (node == exceptNode && link->nodeField == exceptField) continue;
+    eventData->field = link->nodeField;
+    pushContext("Event routing to %s::%s.%s", node->other.baseProto->name,
+                nameOrNull(node->name), link->nodeField->name);
+    node->receiveEvent(eventData, true);
+    popContext();
+    eventData->field = field;
+  }
+  return linked;
+}
+
+// A browser keeps an exposedField of the interface and the body fields IS it
+// as one field: what one of them takes from inside the body, the others take
+// too, and so does the interface of the instance around, if it is IS further.
+void VPNode::shareThroughInterface(VPFuzzyValue* eventData) {
+  VPNode* original = other.shadowedNode;
+  if (original == nullptr) return;
+  VPNode* root = nullptr;
+  for (VPShadow* shadow = original->other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
+    if (shadow->shadow == this) root = shadow->root;
+  }
+  CHECK(root != NULL);
+  VPField* field = eventData->field;
+  for (VPIsLink* link = root->other.generic.isLinks; link != nullptr; link = link->next) {
+    if (link->node != this || link->nodeField != field) continue;
+    if (link->protoField->theClass != VPField::EXPOSED_FIELD) continue;
+    eventData->field = link->protoField;
+    root->handToBody(eventData, this, field);
+    root->shareThroughInterface(eventData);
+    eventData->field = field;
+  }
+}
+
+void VPNode::receiveEvent(VPFuzzyValue* eventData, bool fromInterface) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
   VPField* field = eventData->field;
   markActivity(this, routingCell(this, field), FIELD_ROUTED_IN);
   CHECK(eventDepth < 100000);
   eventDepth++;
   if (isProtoInstance()) {
-    bool linked = false;
-    for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {
-      if (link->protoField != field) continue;
-      linked = true;
-      VPNode* node = link->node;
-      eventData->field = link->nodeField;
-      pushContext("Event routing to %s::%s.%s", node->other.baseProto->name,
-                  nameOrNull(node->name), link->nodeField->name);
-      node->receiveEvent(eventData);
-      popContext();
-      eventData->field = field;
-    }
+    bool linked = handToBody(eventData, nullptr, nullptr);
     // --vrml97: an exposedField of the interface that no body field stands
-    // for passes each event on, as an exposedField does.
-    if (vrml97Option && !linked && field->theClass == VPField::EXPOSED_FIELD) {
+    // for passes each event on, as an exposedField does; one that is IS an
+    // exposedField of the PROTO around changes that one too.
+    bool exposed = vrml97Option && field->theClass == VPField::EXPOSED_FIELD;
+    if (exposed && !linked) {
       storeEvent(eventData);
       sendEvent(eventData);
     }
+    if (exposed && !fromInterface) shareThroughInterface(eventData);
   } else {
     if (++cascadeEventCount >= kEventLimit && loopCheckArmed) {
       loopCheckArmed = 0;
@@ -1058,6 +1094,7 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData) {
     if (field->theClass == VPField::EXPOSED_FIELD) {
       storeEvent(eventData);
       sendEvent(eventData);
+      if (vrml97Option && !fromInterface) shareThroughInterface(eventData);
     } else {
       CHECK(field->theClass == VPField::EVENT_IN);
       if (nodeType == SCRIPT && !eventAlreadySimulated(eventData)) runScriptFunction(eventData);

@@ -204,7 +204,10 @@ struct VPNode {
   void storeEvent(VPFuzzyValue* eventData);
   void getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows);
   void sendEvent(VPFuzzyValue* eventData);
-  void receiveEvent(VPFuzzyValue* eventData);
+  void receiveEvent(VPFuzzyValue* eventData) { receiveEvent(eventData, false); }
+  /// --vrml97: a change of an exposedField of a body node reaches the other
+  /// body fields IS the same exposedField of the interface.
+  void shareThroughInterface(VPFuzzyValue* eventData);
 
   // The passes of the cascade (vrmlcascade.cpp).
   void initializeNode();
@@ -239,6 +242,8 @@ struct VPNode {
   void scanScript();
   void scanVrml97Script(VPFieldList* urlCell);
   void simulateRouteSources();
+  void receiveEvent(VPFuzzyValue* eventData, bool fromInterface);
+  bool handToBody(VPFuzzyValue* eventData, const VPNode* exceptNode, const VPField* exceptField);
   void mergeShadow(VPShadow* shadowIter, VPFuzzyValue*** cursor, int mergeValues);
   bool eventAlreadySimulated(const VPFuzzyValue* eventData);
   void runScriptFunction(VPFuzzyValue* eventData);
