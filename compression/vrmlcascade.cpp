@@ -623,15 +623,17 @@ void VPJSContext::flushEvents() {
     eventQueue = e->next;
     VPField* field = e->eventData->field;
     VPNode* node = e->node;
-    bool arrives = field->theClass == VPField::EVENT_IN;
+    bool exposed = vrml97Option && field->theClass == VPField::EXPOSED_FIELD;
+    // --vrml97: a value set in an exposedField of a PROTO instance enters its
+    // body, whose nodes send it on, also along the ROUTEs inside the body.
+    bool arrives = field->theClass == VPField::EVENT_IN || (exposed && node->isProtoInstance());
     pushContext(arrives ? "Event sent to %s::%s.%s" : "Event sent from %s::%s.%s",
                 node->other.baseProto->name, nameOrNull(node->name), field->name);
     if (arrives) {
       node->receiveEvent(e->eventData);
     } else {
       node->sendEvent(e->eventData);
-      bool changed = field->theClass == VPField::EXPOSED_FIELD && !node->isProtoInstance();
-      if (vrml97Option && changed) node->shareThroughInterface(e->eventData);
+      if (exposed) node->shareThroughInterface(e->eventData);
     }
     popContext();
     e->eventData->freeValues();
