@@ -888,6 +888,19 @@ JSAtom* VPJSObject::getElement(JSAtom*) {
 
 namespace {
 
+// --vrml97: a node that may answer a set of one of its fields with events of
+// its own, also a set to the value the field holds: a sensor set enabled, an
+// interpolator, an instance of a PROTO or of an EXTERNPROTO of the input.
+bool mayAnswerSets(const VPNode* node) {
+  if (node->nodeType != VPNode::OTHER) return false;
+  const VPNode* type = node->other.baseProto;
+  if (type->nodeType == VPNode::PROTO || !type->isBuiltin) return true;
+  for (const VPFieldList* cell = type->fields; cell != nullptr; cell = cell->next) {
+    if (cell->field->theClass == VPField::EVENT_OUT) return true;
+  }
+  return false;
+}
+
 // Whether a field over all nodes of the set can only hold one value.
 bool holdsOneValue(VPJSObject* object) {
   VPFuzzyValue* fuzzyValue = object->currentFuzzy();
@@ -910,6 +923,7 @@ int VPJSObject::isNeeded() {
     VPFieldList* fieldList = cell->node->findFieldByName(fieldName);
     CHECK(fieldList != NULL);
     if (fieldList->field->theClass == VPField::EVENT_IN) return 1;
+    if (vrml97Option && mayAnswerSets(cell->node)) return 1;
     flags |= fieldList->flags;
     // --vrml97: events leave from the node's own cell of the field, where it has one.
     VPFieldList* own = vrml97Option ? cell->node->findField(fieldList->field) : nullptr;
