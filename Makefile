@@ -106,7 +106,7 @@ WASM_CXXFLAGS := -O2 -std=c++17 -fwasm-exceptions -Wall -Wextra -Werror -Icompre
 WASM_LDFLAGS := -O2 -fwasm-exceptions -sMODULARIZE=1 -sEXPORT_NAME=createWorldPare \
   -sENVIRONMENT=worker -sFILESYSTEM=0 -sALLOW_MEMORY_GROWTH=1 -sMAXIMUM_MEMORY=4GB \
   -sINITIAL_MEMORY=32MB -sTOTAL_STACK=$(WASM_STACK) -sEXPORTED_FUNCTIONS=_malloc,_free \
-  --js-library web/wasm/freshstack.js -Wl,--wrap=_ZN6VPNode12receiveEventEP12VPFuzzyValue
+  --js-library web/wasm/freshstack.js -Wl,--wrap=_ZN6VPNode12receiveEventEP12VPFuzzyValueb
 PAGE_FILES := $(addprefix $(PAGE)/,index.html page.css page.js views.js worker.js)
 XITE := web/node_modules/x_ite/dist
 

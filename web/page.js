@@ -165,6 +165,7 @@ function pare() {
     file: world,
     leniency: $('leniency').checked,
     vrml97: $('vrml97').checked,
+    digits: $('vrml97').checked ? Number($('digits').value) : 0,
   });
 }
 
@@ -179,7 +180,13 @@ $('file').addEventListener('change', () => {
   $('file').value = '';
   if (file) take(file);
 });
-for (const id of ['vrml97', 'leniency']) $(id).addEventListener('change', pare);
+// --digits rounds only together with --vrml97.
+function showDigits() {
+  $('digits').disabled = !$('vrml97').checked;
+}
+showDigits();
+$('vrml97').addEventListener('change', showDigits);
+for (const id of ['vrml97', 'leniency', 'digits']) $(id).addEventListener('change', pare);
 
 const drop = $('drop');
 for (const type of ['dragenter', 'dragover']) {

@@ -1,6 +1,6 @@
 // The run, away from the page: inflates a compressed world, pares it in the
 // WebAssembly module and measures what came out. For each message in,
-//   { id, file, leniency, vrml97 },
+//   { id, file, leniency, vrml97, digits },
 // it answers { id, kind: 'result', status, output, messages, text, milliseconds, ... }
 // and then { id, kind: 'gzipped', inputSize, output } with the output
 // gzip-compressed; or else { id, kind: 'failure', failure }.
@@ -124,14 +124,14 @@ function copyOut(module, address, size) {
   return module.HEAPU8.slice(address, address + size);
 }
 
-async function pare({ file, leniency, vrml97 }) {
+async function pare({ file, leniency, vrml97, digits }) {
   const { module, pare: run } = await loading;
   const text = await worldText(new Uint8Array(await file.arrayBuffer()));
   const input = copyIn(module, text);
   const inputName = copyIn(module, new TextEncoder().encode(file.name));
   const started = performance.now();
   try {
-    await run(input, text.length, leniency ? 1 : 0, vrml97 ? 1 : 0, inputName);
+    await run(input, text.length, leniency ? 1 : 0, vrml97 ? 1 : 0, digits, inputName);
   } finally {
     module._free(input);
     module._free(inputName);

@@ -51,16 +51,17 @@ async function bytesOf(page, field) {
   return Buffer.from(text, 'base64');
 }
 
-/// Drops `input` into the page with the options { vrml97, leniency } set;
+/// Drops `input` into the page with the options { vrml97, leniency, digits } set;
 /// resolves to the run as the page keeps it, or to { failure } with the
 /// status line of a run that broke.
-export async function pareInPage(page, input, { vrml97, leniency }) {
+export async function pareInPage(page, input, { vrml97, leniency, digits = 0 }) {
   await page.evaluate((options) => {
     document.getElementById('vrml97').checked = options.vrml97;
     document.getElementById('leniency').checked = options.leniency;
+    document.getElementById('digits').value = String(options.digits);
     document.body.dataset.state = 'idle';
     window.worldPare.last = null;
-  }, { vrml97, leniency });
+  }, { vrml97, leniency, digits });
   await (await page.$('#file')).uploadFile(input);
   await page.waitForFunction(() => ['done', 'failed'].includes(document.body.dataset.state),
     { timeout: 300000 });
@@ -77,9 +78,10 @@ export async function pareInPage(page, input, { vrml97, leniency }) {
 }
 
 /// worldPare on `input` in its own folder, with the same options.
-export function commandLineRun(input, { vrml97, leniency }, scratch) {
+export function commandLineRun(input, { vrml97, leniency, digits = 0 }, scratch) {
   const out = join(mkdtempSync(join(scratch, 'out-')), 'out.wrl');
-  const args = [...(leniency ? ['-l'] : []), ...(vrml97 ? ['--vrml97'] : []), basename(input), out];
+  const args = [...(leniency ? ['-l'] : []), ...(vrml97 ? ['--vrml97'] : []),
+    ...(digits ? ['--digits', String(digits)] : []), basename(input), out];
   const started = process.hrtime.bigint();
   const run = spawnSync(join(process.cwd(), 'build/worldPare'), args,
     { cwd: dirname(input), maxBuffer: 1 << 30 });

@@ -1,9 +1,9 @@
 // The floating-point std::to_chars and std::from_chars that the tool uses, for
 // the C++ library of the WebAssembly build, which has only the integer ones.
 // They give the same text and values as a complete library: the shortest
-// text that reads back as the same float (fixed or scientific, whichever is
-// shorter, fixed on a tie), %g-style text of a given precision, and a
-// correctly rounded float from text.
+// text that reads back as the same float or double (fixed or scientific,
+// whichever is shorter, fixed on a tie, or scientific alone), %g- and
+// %e-style text of a given precision, and a correctly rounded float from text.
 //
 // The C library's printf and strtof are exact but slow in WebAssembly,
 // where they compute in a software long double. Most numbers take a fast way
@@ -285,13 +285,42 @@ inline std::to_chars_result copyPrinted(char* first, char* last, const char* for
   return copyText(first, last, text, size_t(size));
 }
 
-inline std::to_chars_result toCharsShortest(char* first, char* last, float value) {
-  if (!std::isfinite(value) || value == 0) return copyPrinted(first, last, "%g", double(value));
-  float magnitude = std::fabs(value);
+// The fewest digits that read back as a finite positive double, through
+// printf and strtod: doubles are the times and numbers of scripts, few in a world.
+// Where the nearest text of a length does not read back, a neighbour may.
+inline Decimal shortestDoubleDecimal(double value) {
+  for (int precision = 0;; precision++) {
+    char text[48];
+    snprintf(text, sizeof text, "%.*e", precision, value);
+    uint64_t nearest = 0;
+    const char* p = text;
+    for (; *p != 'e'; p++) {
+      if (*p != '.') nearest = nearest * 10 + uint64_t(*p - '0');
+    }
+    int power = precision - atoi(p + 1);
+    for (uint64_t candidate : {nearest, nearest + 1, nearest - 1}) {
+      if (strtod(PrintedWay::text(candidate, power).c_str(), nullptr) == value) {
+        return integerDecimal(candidate, power);
+      }
+    }
+  }
+}
+
+inline Decimal shortestFloatDecimal(float magnitude) {
   Decimal decimal;
   if (!shortestDecimal<ComputedWay>(magnitude, &decimal)) {
     shortestDecimal<PrintedWay>(magnitude, &decimal);
   }
+  return decimal;
+}
+
+inline Decimal shortestDecimalOf(float magnitude) { return shortestFloatDecimal(magnitude); }
+inline Decimal shortestDecimalOf(double magnitude) { return shortestDoubleDecimal(magnitude); }
+
+template <class Number>
+std::to_chars_result toCharsShortest(char* first, char* last, Number value) {
+  if (!std::isfinite(value) || value == 0) return copyPrinted(first, last, "%g", double(value));
+  Decimal decimal = shortestDecimalOf(std::fabs(value));
   if (decimal.exponent >= decimal.count - 1 && fixedLength(decimal) <= scientificLength(decimal)) {
     // An integer is written with its exact digits, which are no longer.
     return copyPrinted(first, last, "%.0f", double(value));
@@ -303,6 +332,18 @@ inline std::to_chars_result toCharsShortest(char* first, char* last, float value
   } else {
     addScientific(decimal, &text);
   }
+  return copyText(first, last, text.characters, text.length);
+}
+
+// The shortest digits in scientific notation: "1.5e-07", "0e+00".
+template <class Number>
+std::to_chars_result toCharsScientific(char* first, char* last, Number value) {
+  if (!std::isfinite(value)) return copyPrinted(first, last, "%g", double(value));
+  Decimal decimal = {{'0'}, 1, 0};
+  if (value != 0) decimal = shortestDecimalOf(std::fabs(value));
+  Text text;
+  if (std::signbit(value)) text.add('-');
+  addScientific(decimal, &text);
   return copyText(first, last, text.characters, text.length);
 }
 
@@ -427,11 +468,30 @@ inline to_chars_result to_chars(char* first, char* last, float value) {
   return charconv_float::toCharsShortest(first, last, value);
 }
 
-// The general format alone: the tool asks for no other.
+inline to_chars_result to_chars(char* first, char* last, double value) {
+  return charconv_float::toCharsShortest(first, last, value);
+}
+
+// Of the formats with a precision, the tool asks for these two alone.
 inline to_chars_result to_chars(char* first, char* last, double value, chars_format format,
                                 int precision) {
+  if (format == chars_format::scientific) {
+    return charconv_float::copyPrinted(first, last, "%.*e", precision, value);
+  }
   if (format != chars_format::general) abort();
   return charconv_float::toCharsGeneral(first, last, value, precision);
+}
+
+inline to_chars_result to_chars(char* first, char* last, float value, chars_format format,
+                                int precision) {
+  return to_chars(first, last, double(value), format, precision);
+}
+
+// Of the formats without a precision, the scientific one alone.
+template <class Number>
+to_chars_result to_chars(char* first, char* last, Number value, chars_format format) {
+  if (format != chars_format::scientific) abort();
+  return charconv_float::toCharsScientific(first, last, value);
 }
 
 inline from_chars_result from_chars(const char* first, const char* last, float& value,

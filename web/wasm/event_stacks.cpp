@@ -27,10 +27,12 @@ struct VPNode;
 struct VPFuzzyValue;
 
 extern "C" {
-// VPNode::receiveEvent(VPFuzzyValue*) as compiled, and its wrapper; `this` is
+// VPNode::receiveEvent(VPFuzzyValue*, bool) as compiled, and its wrapper; `this` is
 // the first argument.
-void __real__ZN6VPNode12receiveEventEP12VPFuzzyValue(VPNode* node, VPFuzzyValue* event);
-void __wrap__ZN6VPNode12receiveEventEP12VPFuzzyValue(VPNode* node, VPFuzzyValue* event);
+void __real__ZN6VPNode12receiveEventEP12VPFuzzyValueb(VPNode* node, VPFuzzyValue* event,
+                                                      bool fromInterface);
+void __wrap__ZN6VPNode12receiveEventEP12VPFuzzyValueb(VPNode* node, VPFuzzyValue* event,
+                                                      bool fromInterface);
 
 // From freshstack.js, or the worker's suspending replacement.
 void continueOnFreshStack(void* delivery);
@@ -49,6 +51,7 @@ constexpr size_t kStackForOneDelivery = size_t(256) << 10;
 struct Delivery {
   VPNode* node;
   VPFuzzyValue* event;
+  bool fromInterface;
 };
 
 int nestedDeliveries = 0;
@@ -65,21 +68,23 @@ struct NestedDelivery {
 
 extern "C" {
 
-void __wrap__ZN6VPNode12receiveEventEP12VPFuzzyValue(VPNode* node, VPFuzzyValue* event) {
+void __wrap__ZN6VPNode12receiveEventEP12VPFuzzyValueb(VPNode* node, VPFuzzyValue* event,
+                                                      bool fromInterface) {
   CHECK(emscripten_stack_get_free() >= kStackForOneDelivery);
   lowestStackPointer = std::min(lowestStackPointer, emscripten_stack_get_current());
   NestedDelivery level;
   if (nestedDeliveries % kDeliveriesPerStack != 0) {
-    __real__ZN6VPNode12receiveEventEP12VPFuzzyValue(node, event);
+    __real__ZN6VPNode12receiveEventEP12VPFuzzyValueb(node, event, fromInterface);
     return;
   }
-  Delivery delivery = {node, event};
+  Delivery delivery = {node, event, fromInterface};
   continueOnFreshStack(&delivery);
 }
 
 EMSCRIPTEN_KEEPALIVE void deliverNested(void* delivery) {
   auto* nested = static_cast<Delivery*>(delivery);
-  __real__ZN6VPNode12receiveEventEP12VPFuzzyValue(nested->node, nested->event);
+  __real__ZN6VPNode12receiveEventEP12VPFuzzyValueb(nested->node, nested->event,
+                                                   nested->fromInterface);
 }
 
 /// The most linear-memory stack that event deliveries have reached down to,

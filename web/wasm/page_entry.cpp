@@ -16,9 +16,9 @@ extern "C" {
 /// Pares the `size` bytes at `input`, a plain world (the worker inflates a
 /// compressed one), and keeps the result; the output is always plain.
 EMSCRIPTEN_KEEPALIVE void pareForPage(const char* input, size_t size, int leniency, int vrml97,
-                                      const char* inputName) {
+                                      int digits, const char* inputName) {
   releasePareResult(&lastResult);
-  PareOptions options = {leniency, vrml97, 0, inputName};
+  PareOptions options = {leniency, vrml97, 0, inputName, digits};
   pareWorld(input, size, &options, &lastResult);
 }
 
