@@ -429,12 +429,17 @@ const VPField* redirectedField(const VPFieldList* cell) {
 // A removal that comes through an IS link and cannot be carried out stops here.
 void requireNoRedirect(const VPField* redirect) { CHECK(redirect == NULL); }
 
-// Unlinks every route of the list whose field at this end is `field`.
-void unlinkRoutesAt(VPNode* node, VPRouteList* list, const VPField* field, bool outgoing) {
-  while (list != nullptr) {
-    VPRoute* route = list->route;
-    list = list->next;
-    if (outgoing ? route->sourceField != field : route->destField != field) continue;
+// Unlinks every route of the list whose field at this end is `field`. An
+// unlink takes the cell at `link` out, and may take later ones with it (the
+// twins of a route out of an instance), never an earlier one.
+void unlinkRoutesAt(VPNode* node, VPRouteList** list, const VPField* field, bool outgoing) {
+  VPRouteList** link = list;
+  while (VPRouteList* cell = *link) {
+    VPRoute* route = cell->route;
+    if (outgoing ? route->sourceField != field : route->destField != field) {
+      link = &cell->next;
+      continue;
+    }
     if (outgoing) {
       CHECK(route->sourceNode == node);
     } else {
@@ -444,9 +449,28 @@ void unlinkRoutesAt(VPNode* node, VPRouteList* list, const VPField* field, bool 
   }
 }
 
+// --vrml97: a route out of an instance has a twin from each copy inside it
+// that sends the event through an IS (redirectRouteOut); the twins go with it.
+void unlinkRedirectedRoutes(const VPRoute* route) {
+  VPNode* source = route->sourceNode;
+  if (!source->isProtoInstance()) return;
+  for (VPIsLink* link = source->other.generic.isLinks; link != nullptr; link = link->next) {
+    if (link->protoField != route->sourceField) continue;
+    for (VPRouteList* cell = link->node->other.routesOut; cell != nullptr; cell = cell->next) {
+      VPRoute* twin = cell->route;
+      if (twin->sourceField == link->nodeField && twin->destNode == route->destNode &&
+          twin->destField == route->destField) {
+        unlinkRoute(twin);
+        break;
+      }
+    }
+  }
+}
+
 }  // namespace
 
 void unlinkRoute(VPRoute* route) {
+  if (vrml97Option) unlinkRedirectedRoutes(route);
   bool foundOtherSide = unlinkRouteCell(&route->sourceNode->other.routesOut, route);
   CHECK(foundOtherSide);
   foundOtherSide = unlinkRouteCell(&route->destNode->other.routesIn, route);
@@ -484,8 +508,8 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
     CHECK(field->theClass == VPField::EXPOSED_FIELD);
     return 1;
   }
-  unlinkRoutesAt(this, other.routesIn, field, false);
-  unlinkRoutesAt(this, other.routesOut, field, true);
+  unlinkRoutesAt(this, &other.routesIn, field, false);
+  unlinkRoutesAt(this, &other.routesOut, field, true);
   if (isProtoInstance()) {
     requireNoRedirect(protoField);
     VPIsLink** isLink = &other.generic.isLinks;
