@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -19,6 +20,9 @@ namespace {
 // Deliveries now nested in one event chain. Under -l an endless cycle is not
 // stopped by the loop message; a bound of 100000 ends it in order.
 int eventDepth = 0;
+
+// --vrml97: the records of fields that sent their events, for the next ones.
+VPSending* freeSendings = nullptr;
 
 constexpr int kEventLimit = 10000;
 constexpr int kActivityMask = FIELD_READ | FIELD_WRITE | FIELD_ROUTED_IN | FIELD_ROUTED_OUT;
@@ -296,6 +300,7 @@ void resetCascade() {
   cascadeEventCount = 0;
   loopCheckArmed = 1;
   eventDepth = 0;
+  freeSendings = nullptr;
   std::unordered_set<const VPNode*>().swap(opaqueReach);
 }
 
@@ -985,9 +990,46 @@ void releaseEventRecord(VPEventRecord* record) {
 
 }  // namespace
 
+namespace {
+
+// --vrml97: a browser sends at most one event from an eventOut in one
+// cascade, which breaks the loops of routes; an event that comes back round
+// to a field that its node is sending still sets the field, but goes no further.
+bool isSending(const VPNode* node, const VPField* field) {
+  for (const VPSending* sending = node->other.sending; sending != nullptr; sending = sending->next) {
+    if (sending->field == field) return true;
+  }
+  return false;
+}
+
+// Marks a field as sending while it lives, also when a stop unwinds the
+// cascade; its records are taken again from a free list.
+struct SendingMark {
+  VPNode* node;
+  SendingMark(VPNode* sender, const VPField* field) : node(sender) {
+    VPSending* mark = freeSendings != nullptr ? freeSendings : newRecord<VPSending>();
+    if (mark == freeSendings) freeSendings = mark->next;
+    *mark = {node->other.sending, field};
+    node->other.sending = mark;
+  }
+  ~SendingMark() {
+    VPSending* mark = node->other.sending;
+    node->other.sending = mark->next;
+    mark->next = freeSendings;
+    freeSendings = mark;
+  }
+  SendingMark(const SendingMark&) = delete;
+  SendingMark& operator=(const SendingMark&) = delete;
+};
+
+}  // namespace
+
 void VPNode::sendEvent(VPFuzzyValue* eventData) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
   VPField* field = eventData->field;
+  if (vrml97Option && isSending(this, field)) return;
+  std::optional<SendingMark> sending;
+  if (vrml97Option) sending.emplace(this, field);
   for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
     VPRoute* route = cell->route;
     if (route->sourceField != field) continue;

@@ -103,6 +103,12 @@ struct VPRouteList {
   VPRoute* route;
 };
 
+/// A field whose eventOut a node is sending, on the stack of one cascade.
+struct VPSending {
+  VPSending* next;
+  const VPField* field;
+};
+
 struct VPShadow {
   VPShadow* next;
   VPNode* root;    ///< the PROTO instance through which the body node was copied
@@ -149,6 +155,7 @@ struct VPNode {
     VPShadow* shadowNodes;
     VPNode* shadowedNode;
     VPFuzzyValue* values;
+    VPSending* sending;     ///< --vrml97: the fields it sends in the running cascade
     struct {
       VPFieldList* fields;  ///< the interface declarations
       JSParser* program;
