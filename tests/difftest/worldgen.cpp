@@ -5,8 +5,8 @@
 //
 // Every world is meant to load without warnings and to behave the same on
 // every run: ROUTE ends and IS links have matching types and kinds, DEF names
-// are unique in their scope and used only after their DEF, and events can
-// never run in a circle (ROUTEs and directOutput writes form no cycle).
+// are unique in their scope and used only after their DEF, and events run in
+// a circle only between two Transforms routed to each other.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -554,10 +554,35 @@ class Generator {
   }
 
   bool reaches(const Scope& scope, size_t from, size_t to) {
+    std::set<size_t> seen;
+    return reaches(scope, from, to, &seen);
+  }
+
+  // The loops of routeLoop are the only circles; `seen` ends the walk round them.
+  bool reaches(const Scope& scope, size_t from, size_t to, std::set<size_t>* seen) {
     if (from == to) return true;
+    if (!seen->insert(from).second) return false;
     for (size_t next : scope.flows[from])
-      if (reaches(scope, next, to)) return true;
+      if (reaches(scope, next, to, seen)) return true;
     return false;
+  }
+
+  // Two Transforms routed to each other: a loop that a browser breaks, as an eventOut
+  // sends at most one event in a cascade. No other ROUTE can join it afterwards.
+  void routeLoop(Scope& scope) {
+    std::vector<Endpoint> translations;
+    for (size_t node = 0; node < scope.nodes.size(); node++)
+      for (size_t field = 0; field < scope.nodes[node].fields.size(); field++)
+        if (scope.nodes[node].type == "Transform" && scope.nodes[node].fields[field].name == "translation")
+          translations.push_back({node, field});
+    if (translations.size() < 2 || !random_.chance(25)) return;
+    Endpoint first = random_.pick(translations), second = random_.pick(translations);
+    if (first.node == second.node || reaches(scope, first.node, second.node) ||
+        reaches(scope, second.node, first.node))
+      return;
+    route(scope, first, second);
+    route(scope, second, first);
+    features.insert("route-loop");
   }
 
   // Whether an exposedField x has an eventIn set_x beside it. A ROUTE to x is left out there:
@@ -573,6 +598,7 @@ class Generator {
   // inputs of scripts, interpolators and instances, and a few more between any two nodes.
   // Most begin at an eventOut, which unlike an exposedField can send before anything sets it.
   void routes(Scope& scope) {
+    routeLoop(scope);
     std::vector<Endpoint> inputs, outputs;
     for (size_t node = 0; node < scope.nodes.size(); node++)
       for (size_t field = 0; field < scope.nodes[node].fields.size(); field++) {
