@@ -232,7 +232,7 @@ void VPNode::expandInstance() {
   for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
     VPRoute* route = cell->route;
     CHECK(route->sourceNode == this);
-    redirectRouteOut(this, route->sourceField, route->destNode, route->destField);
+    redirectRouteOut(route);
   }
 }
 
@@ -257,10 +257,11 @@ VPValue* VPNode::resolvedValue(const VPFieldList* bodyCell) {
 
 // Events that the body of an instance sends out through an IS leave straight
 // from the copy inside it: a route out of the instance is added from each.
-void VPNode::redirectRouteOut(VPNode* source, VPField* sourceField, VPNode* dest,
-                              VPField* destField) {
-  for (VPIsLink* link = source->other.generic.isLinks; link != nullptr; link = link->next) {
-    if (link->protoField == sourceField) addRoute(link->node, link->nodeField, dest, destField);
+void VPNode::redirectRouteOut(VPRoute* route) {
+  VPIsLink* links = route->sourceNode->other.generic.isLinks;
+  for (VPIsLink* link = links; link != nullptr; link = link->next) {
+    if (link->protoField != route->sourceField) continue;
+    addRoute(link->node, link->nodeField, route->destNode, route->destField)->twinOf = route;
   }
 }
 
@@ -286,12 +287,11 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
   for (VPRouteList* cell = originalNode->other.routesIn; cell != nullptr; cell = cell->next) {
     VPNode* sourceCopy = cell->route->sourceNode->findShadow(this);
     if (sourceCopy != nullptr) {
-      addRoute(sourceCopy, cell->route->sourceField, newNode, cell->route->destField);
+      VPRoute* copied = addRoute(sourceCopy, cell->route->sourceField, newNode,
+                                 cell->route->destField);
       // --vrml97: also when the copy is an instance that was expanded before
       // this node was copied.
-      if (vrml97Option && sourceCopy->isProtoInstance()) {
-        redirectRouteOut(sourceCopy, cell->route->sourceField, newNode, cell->route->destField);
-      }
+      if (vrml97Option && sourceCopy->isProtoInstance()) redirectRouteOut(copied);
     }
   }
   VPShadow* shadow = newRecord<VPShadow>();
@@ -430,8 +430,9 @@ const VPField* redirectedField(const VPFieldList* cell) {
 void requireNoRedirect(const VPField* redirect) { CHECK(redirect == NULL); }
 
 // Unlinks every route of the list whose field at this end is `field`. An
-// unlink takes the cell at `link` out, and may take later ones with it (the
-// twins of a route out of an instance), never an earlier one.
+// unlink takes the cell at `link` out, and may take others with it (the twins
+// of a route out of an instance, which end at the same field), never one that
+// `link` points into.
 void unlinkRoutesAt(VPNode* node, VPRouteList** list, const VPField* field, bool outgoing) {
   VPRouteList** link = list;
   while (VPRouteList* cell = *link) {
@@ -450,27 +451,21 @@ void unlinkRoutesAt(VPNode* node, VPRouteList** list, const VPField* field, bool
 }
 
 // --vrml97: a route out of an instance has a twin from each copy inside it
-// that sends the event through an IS (redirectRouteOut); the twins go with it.
-void unlinkRedirectedRoutes(const VPRoute* route) {
-  VPNode* source = route->sourceNode;
-  if (!source->isProtoInstance()) return;
-  for (VPIsLink* link = source->other.generic.isLinks; link != nullptr; link = link->next) {
-    if (link->protoField != route->sourceField) continue;
-    for (VPRouteList* cell = link->node->other.routesOut; cell != nullptr; cell = cell->next) {
-      VPRoute* twin = cell->route;
-      if (twin->sourceField == link->nodeField && twin->destNode == route->destNode &&
-          twin->destField == route->destField) {
-        unlinkRoute(twin);
-        break;
-      }
-    }
+// that sends the event through an IS (redirectRouteOut); the twins go with it,
+// also where the IS link went before.
+VPRoute* findTwin(const VPRoute* route) {
+  for (VPRouteList* cell = route->destNode->other.routesIn; cell != nullptr; cell = cell->next) {
+    if (cell->route->twinOf == route) return cell->route;
   }
+  return nullptr;
 }
 
 }  // namespace
 
 void unlinkRoute(VPRoute* route) {
-  if (vrml97Option) unlinkRedirectedRoutes(route);
+  if (vrml97Option && route->sourceNode->isProtoInstance()) {
+    while (VPRoute* twin = findTwin(route)) unlinkRoute(twin);
+  }
   bool foundOtherSide = unlinkRouteCell(&route->sourceNode->other.routesOut, route);
   CHECK(foundOtherSide);
   foundOtherSide = unlinkRouteCell(&route->destNode->other.routesIn, route);

@@ -544,17 +544,19 @@ std::vector<VPNode*> VPNode::nodesBelow() {
   return nodes;
 }
 
-void VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest, VPField* destField) {
+VPRoute* VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest,
+                          VPField* destField) {
   CHECK(source->nodeType == OTHER || source->nodeType == SCRIPT);
   CHECK(dest->nodeType == OTHER || dest->nodeType == SCRIPT);
   VPRoute* route = newRecord<VPRoute>();
-  *route = {source, sourceField, dest, destField};
+  *route = {source, sourceField, dest, destField, nullptr};
   VPRouteList* out = newRecord<VPRouteList>();
   *out = {source->other.routesOut, route};
   source->other.routesOut = out;
   VPRouteList* in = newRecord<VPRouteList>();
   *in = {dest->other.routesIn, route};
   dest->other.routesIn = in;
+  return route;
 }
 
 void VPFile::clearVisited() {

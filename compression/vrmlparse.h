@@ -96,6 +96,9 @@ struct VPRoute {
   VPField* sourceField;  ///< the declaration's or the script interface's field
   VPNode* destNode;
   VPField* destField;
+  /// A route from a copy inside an instance: the route out of the instance
+  /// that it was made for (redirectRouteOut).
+  VPRoute* twinOf;
 };
 
 struct VPRouteList {
@@ -197,9 +200,9 @@ struct VPNode {
   VPNode* findShadow(const VPNode* root);
 
   /// Makes the route and puts it at the head of both ends' lists.
-  static void addRoute(VPNode* source, VPField* sourceField, VPNode* dest, VPField* destField);
-  static void redirectRouteOut(VPNode* source, VPField* sourceField, VPNode* dest,
-                               VPField* destField);
+  static VPRoute* addRoute(VPNode* source, VPField* sourceField, VPNode* dest,
+                           VPField* destField);
+  static void redirectRouteOut(VPRoute* route);
   /// The cell of the field named "url" among the fields that the node sets.
   VPFieldList* findUrlCell();
   bool isProtoInstance() const {
