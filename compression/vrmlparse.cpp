@@ -173,6 +173,18 @@ int numberKind(const char* text, const char* end) {
   return kWholeNumber;
 }
 
+// Tokens made in `line`, with a byte of room behind `end`, and a line break
+// after them; in the fixed form in one write, as values are most of a world.
+void writeLine(FILE* stream, char* line, char* end) {
+  if (vrml97Option) {
+    writeText(stream, line, size_t(end - line));
+    writeGap(stream, '\n');
+  } else {
+    *end++ = '\n';
+    fwrite(line, 1, size_t(end - line), stream);
+  }
+}
+
 void writeFloats(FILE* stream, const float* values, int count) {
   char line[4 * 32];
   char* end = line;
@@ -180,14 +192,12 @@ void writeFloats(FILE* stream, const float* values, int count) {
     if (i > 0) *end++ = ' ';
     end = formatFloat(end, values[i]);
   }
-  writeText(stream, line, size_t(end - line));
-  writeGap(stream, '\n');
+  writeLine(stream, line, end);
 }
 
 void writeInt(FILE* stream, int32_t value) {
   char line[16];
-  writeText(stream, line, size_t(std::to_chars(line, line + sizeof line, value).ptr - line));
-  writeGap(stream, '\n');
+  writeLine(stream, line, std::to_chars(line, line + sizeof line - 1, value).ptr);
 }
 
 /// --vrml97: the numbers of a value, gathered and written in chunks, each
