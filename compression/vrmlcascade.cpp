@@ -1035,6 +1035,11 @@ void VPNode::sendEvent(VPFuzzyValue* eventData) {
     if (route->sourceField != field) continue;
     CHECK(route->sourceNode == this);
     markActivity(this, routingCell(this, field), FIELD_ROUTED_OUT);
+    // --vrml97: the event leaves the instances around through their eventOuts.
+    for (VPRoute* outer = route->twinOf; vrml97Option && outer != nullptr; outer = outer->twinOf) {
+      markActivity(outer->sourceNode, routingCell(outer->sourceNode, outer->sourceField),
+                   FIELD_ROUTED_OUT);
+    }
     VPNode* dest = route->destNode;
     pushContext("Event sent to %s::%s.%s", dest->other.baseProto->name, nameOrNull(dest->name),
                 route->destField->name);

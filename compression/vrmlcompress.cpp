@@ -261,7 +261,11 @@ void VPNode::redirectRouteOut(VPRoute* route) {
   VPIsLink* links = route->sourceNode->other.generic.isLinks;
   for (VPIsLink* link = links; link != nullptr; link = link->next) {
     if (link->protoField != route->sourceField) continue;
-    addRoute(link->node, link->nodeField, route->destNode, route->destField)->twinOf = route;
+    VPRoute* twin = addRoute(link->node, link->nodeField, route->destNode, route->destField);
+    twin->twinOf = route;
+    // --vrml97: a copy that is an instance itself was expanded when it was
+    // copied; the event leaves from the copy inside it that sends it.
+    if (vrml97Option && link->node->isProtoInstance()) redirectRouteOut(twin);
   }
 }
 
