@@ -573,23 +573,31 @@ void VPNode::dropReference() {
  * PROTO interfaces: constant parameters folded, dead fields removed
  * ------------------------------------------------------------------------ */
 
+// --vrml97: oldest first, so that a PROTO comes after those that its body
+// instantiates: a field that goes from one of those takes its IS link along,
+// which may leave a field of the PROTO dead in the same run.
 void VPFile::pruneProtoInterfaces() {
-  forEachNode(allProtos, [](VPNode* proto) {
-    CHECK(proto->nodeType == VPNode::PROTO);
-    forEachNode(proto->body, [](VPNode* node) {
-      if (node->nodeType != VPNode::PROTO && node->nodeType != VPNode::EXTERNPROTO) node->foldNode();
-    });
-    forEachNode(proto->body, [](VPNode* node) { node->clearVisited(); });
-    VPFieldList** link = &proto->fields;
-    while (VPFieldList* cell = *link) {
-      if (proto->isInterfaceFieldLive(cell)) {
-        link = &cell->next;
-        continue;
-      }
-      proto->removeProtoField(cell->field);
-      *link = cell->next;
-    }
+  std::vector<VPNode*> declarations;
+  forEachNode(allProtos, [&declarations](VPNode* proto) { declarations.push_back(proto); });
+  if (vrml97Option) std::reverse(declarations.begin(), declarations.end());
+  for (VPNode* proto : declarations) proto->pruneInterface();
+}
+
+void VPNode::pruneInterface() {
+  CHECK(nodeType == PROTO);
+  forEachNode(body, [](VPNode* node) {
+    if (node->nodeType != PROTO && node->nodeType != EXTERNPROTO) node->foldNode();
   });
+  forEachNode(body, [](VPNode* node) { node->clearVisited(); });
+  VPFieldList** link = &fields;
+  while (VPFieldList* cell = *link) {
+    if (isInterfaceFieldLive(cell)) {
+      link = &cell->next;
+      continue;
+    }
+    removeProtoField(cell->field);
+    *link = cell->next;
+  }
 }
 
 // An interface field stays while something happened to it, or while a body

@@ -241,6 +241,8 @@ struct VPNode {
   void dropDefName();
   /// --vrml97: whether nothing in this subtree can act when it is not drawn.
   bool canBeDropped();
+  /// On a PROTO: folds constant parameters into the body, removes dead fields.
+  void pruneInterface();
   /// On a PROTO: whether the interface field is still used or tied by IS.
   bool isInterfaceFieldLive(const VPFieldList* cell);
 
