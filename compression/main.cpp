@@ -719,12 +719,12 @@ std::string settledText(VPFile* file) {
   return text;
 }
 
-// Worlds without a Script are settled after one pass.
+// Worlds without a Script or a PROTO are settled after one pass.
 void runPasses(Run* run) {
   VPFile file;
   readWorld(&file, *run);
   pareFile(&file);
-  bool settle = vrml97Option && file.holdsScripts();
+  bool settle = vrml97Option && file.mayCutMoreAgain();
   std::string settled = settle ? settledText(&file) : std::string();
   auto write = [&](FILE* stream) {
     if (settle) {

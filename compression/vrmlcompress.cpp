@@ -902,7 +902,8 @@ void VPFile::roundUnseenFloats(int digits) {
   }
 }
 
-bool VPFile::holdsScripts() {
+bool VPFile::mayCutMoreAgain() {
+  if (allProtos != nullptr) return true;
   std::vector<VPNode*> nodes = allNodes();
   return std::any_of(nodes.begin(), nodes.end(),
                      [](const VPNode* node) { return node->nodeType == VPNode::SCRIPT; });

@@ -379,8 +379,10 @@ struct VPFile {
   void dropDefNames();
   /// --digits: the floats of nodes whose values no Script can see, rounded.
   void roundUnseenFloats(int digits);
-  /// Whether a Script stands anywhere in the world, PROTO bodies included.
-  bool holdsScripts();
+  /// Whether a second pass over the written world may cut more: where a
+  /// Script (PROTO bodies included) or a PROTO stands, what one pass cut can
+  /// fold a test to a constant or leave a parameter with one value.
+  bool mayCutMoreAgain();
   /// --vrml97: a node equal to one written before it in its scope, where
   /// nothing can tell two copies from one node, becomes a USE of that one.
   void shareIdenticalNodes();
