@@ -91,7 +91,7 @@ coverage:
 PAGE := $(BUILD)/page
 WASM_BUILD := $(BUILD)/wasm
 EMXX := NODE_PATH=/usr/share/nodejs em++
-# Linear-memory stack of the module. A delivery of an event chain takes 48
+# Linear-memory stack of the module. A delivery of an event chain takes 64
 # bytes of it: 640 KB for a chain of 10000, 6.4 MB for the command line's
 # bound of 100000; the rest is room to spare.
 WASM_STACK := 8MB
