@@ -996,8 +996,8 @@ namespace {
 // cascade, which breaks the loops of routes; an event that comes back round
 // to a field that its node is sending still sets the field, but goes no further.
 bool isSending(const VPNode* node, const VPField* field) {
-  for (const VPSending* sending = node->other.sending; sending != nullptr; sending = sending->next) {
-    if (sending->field == field) return true;
+  for (const VPSending* mark = node->other.sending; mark != nullptr; mark = mark->next) {
+    if (mark->field == field) return true;
   }
   return false;
 }
