@@ -17,12 +17,14 @@ namespace {
 using charconv_float::ComputedWay;
 using charconv_float::Decimal;
 
-std::string libraryShortest(float value) {
+template <class Number>
+std::string libraryShortest(Number value) {
   char text[64];
   return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
 }
 
-std::string shortest(float value) {
+template <class Number>
+std::string shortest(Number value) {
   char text[64];
   return std::string(text, charconv_float::toCharsShortest(text, text + sizeof text, value).ptr);
 }
@@ -39,16 +41,6 @@ std::string scientific(Number value) {
   char text[64];
   return std::string(text,
                      charconv_float::toCharsScientific(text, text + sizeof text, value).ptr);
-}
-
-std::string libraryShortest(double value) {
-  char text[64];
-  return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
-}
-
-std::string shortest(double value) {
-  char text[64];
-  return std::string(text, charconv_float::toCharsShortest(text, text + sizeof text, value).ptr);
 }
 
 std::string libraryGeneral(double value, int precision) {

@@ -306,7 +306,8 @@ inline Decimal shortestDoubleDecimal(double value) {
   }
 }
 
-inline Decimal shortestFloatDecimal(float magnitude) {
+// The fast way where it is sure, else the exact one.
+inline Decimal shortestDecimalOf(float magnitude) {
   Decimal decimal;
   if (!shortestDecimal<ComputedWay>(magnitude, &decimal)) {
     shortestDecimal<PrintedWay>(magnitude, &decimal);
@@ -314,7 +315,6 @@ inline Decimal shortestFloatDecimal(float magnitude) {
   return decimal;
 }
 
-inline Decimal shortestDecimalOf(float magnitude) { return shortestFloatDecimal(magnitude); }
 inline Decimal shortestDecimalOf(double magnitude) { return shortestDoubleDecimal(magnitude); }
 
 template <class Number>
