@@ -130,7 +130,7 @@ void JSParser::scanNumber() {
   if (*p == 'x' || *p == 'X') {
     char* digits = p + 1;
     char* end = skipHexDigits(digits);
-    if (vrml97Option) CHECK(p == cursor + 1 && end != digits && !isIdentifierPart(*end));
+    if (vrml97Option()) CHECK(p == cursor + 1 && end != digits && !isIdentifierPart(*end));
     endToken(end, TokInt);
     tokValue.intValue = 0;
     readHexadecimal(digits, &tokValue.intValue);
@@ -138,7 +138,7 @@ void JSParser::scanNumber() {
   }
   bool isFloat;
   p = skipDecimalNumber(p, &isFloat);
-  if (vrml97Option) CHECK((isDecimalDigit(p[-1]) || p[-1] == '.') && !isIdentifierPart(*p));
+  if (vrml97Option()) CHECK((isDecimalDigit(p[-1]) || p[-1] == '.') && !isIdentifierPart(*p));
   if (isFloat) {
     endToken(p, TokFloat);
     readFloat(token, &tokValue.floatValue);
@@ -162,7 +162,7 @@ void JSParser::scanString() {
     if (*p == '\\' && p[1] != 0) p++;
     p++;
   }
-  if (vrml97Option) CHECK(*p == quote);
+  if (vrml97Option()) CHECK(*p == quote);
   if (*p == quote) p++;
   endToken(p, TokString);
 }
@@ -230,7 +230,7 @@ void JSParser::parseScript(char* text) {
     }
     nextToken();
     pushBack();
-    if (!vrml97Option || tokType == TokNone) break;
+    if (!vrml97Option() || tokType == TokNone) break;
     if (load == nullptr) {
       load = newRecord<JSFunction>();
       load->name = copyString(kLoadFunctionName);
@@ -423,7 +423,7 @@ JSStatement* JSParser::parseExpressionStatement() {
 
 // --vrml97: the token stands on a later line than the one before it, which
 // ends a statement that can end there (automatic semicolon insertion).
-bool JSParser::lineBreakBeforeToken() const { return vrml97Option && tokenLine > lineBeforeToken; }
+bool JSParser::lineBreakBeforeToken() const { return vrml97Option() && tokenLine > lineBeforeToken; }
 
 // StatementEnd: ";" — a missing one is a recoverable error. Under --vrml97 a
 // line break, a "}" or the end of the text stands for it.
@@ -431,7 +431,7 @@ void JSParser::parseStatementEnd() {
   nextToken();
   if (*token == ';') return;
   pushBack();
-  if (vrml97Option && (tokType == TokNone || *token == '}' || lineBreakBeforeToken())) return;
+  if (vrml97Option() && (tokType == TokNone || *token == '}' || lineBreakBeforeToken())) return;
   reportError("Line %d: ';' expected, got '%s'", tokenLine, token);
 }
 
@@ -567,11 +567,11 @@ JSExpression* JSParser::parseMember() {
   if (expr == nullptr) return nullptr;
   for (;;) {
     nextToken();
-    if (*token == '.' && (!vrml97Option || tokType == TokPunctuation)) {
+    if (*token == '.' && (!vrml97Option() || tokType == TokPunctuation)) {
       expr = newOperator(JSExpression::BINARY, token, tokType, expr);
       expr->binary.expr2 = parsePrimary();
       CHECK(expr->binary.expr2 != NULL);
-      if (vrml97Option) CHECK(expr->binary.expr2->type == JSExpression::OBJECT);
+      if (vrml97Option()) CHECK(expr->binary.expr2->type == JSExpression::OBJECT);
     } else if (*token == '[') {
       expr = newOperator(JSExpression::INDEX, token, tokType, expr);
       expr->binary.expr2 = parseExpression();
@@ -617,11 +617,11 @@ JSExpression* JSParser::parsePrimary() {
   } else if (tokType == TokFloat) {
     expr = newExpression(JSExpression::FLOAT);
     expr->floatValue = tokValue.floatValue;
-    if (vrml97Option) expr->literal = copyString(token);
+    if (vrml97Option()) expr->literal = copyString(token);
   } else if (tokType == TokInt) {
     expr = newExpression(JSExpression::INT);
     expr->intValue = tokValue.intValue;
-    if (vrml97Option) expr->literal = copyString(token);
+    if (vrml97Option()) expr->literal = copyString(token);
   } else if (tokType == TokBool) {
     expr = newExpression(JSExpression::BOOLEAN);
     expr->boolValue = tokValue.intValue;
@@ -781,7 +781,7 @@ void printExpression(FILE* stream, const JSExpression* expr) {
     return;
   case JSExpression::BINARY: {
     printExpression(stream, expr->binary.expr1);
-    if (vrml97Option && isWord(expr->binary.token, ".") && isWholeNumberText(expr->binary.expr1)) {
+    if (vrml97Option() && isWord(expr->binary.token, ".") && isWholeNumberText(expr->binary.expr1)) {
       printText(stream, ".");  // "1..toString": the first point belongs to the number
     }
     printOperand(stream, expr->binary.token, expr->binary.expr2);

@@ -23,7 +23,7 @@ bool numbersEqual(double a, double b) { return !(a < b) && !(b < a); }
 // The value of a number in the script: as written under --vrml97, where the
 // script computes in double precision; else a 32-bit float.
 double constantValue(const JSExpression* expr) {
-  const char* literal = vrml97Option ? expr->literal : nullptr;
+  const char* literal = vrml97Option() ? expr->literal : nullptr;
   if (literal == nullptr) return expr->type == JSExpression::INT ? float(expr->intValue) : expr->floatValue;
   bool octal = literal[0] == '0' && isdigit(static_cast<unsigned char>(literal[1]));
   return octal ? double(expr->intValue) : strtod(literal, nullptr);
@@ -230,7 +230,7 @@ JSAtom* JSParser::greaterOperator(JSAtom* left, JSAtom* right) {
 
 JSAtom* JSParser::notOperator(JSAtom* src) {
   // --vrml97: the negation of any other value is a truth value as well.
-  if (src->type == JSAtom::UNKNOWN || (vrml97Option && src->type != JSAtom::BOOLEAN)) {
+  if (src->type == JSAtom::UNKNOWN || (vrml97Option() && src->type != JSAtom::BOOLEAN)) {
     return unknownOf(JSAtom::BOOLEAN);
   }
   if (src->type != JSAtom::BOOLEAN) CHECK(0);
@@ -622,11 +622,11 @@ JSAtom* JSParser::simulateAssign(JSExpression* expr) {
   JSAtom* v = simulateValue(expr->binary.expr2);
   bool plain = strcmp(expr->binary.token, "=") == 0;
   JSAtom* result = plain ? v : nullptr;
-  if (vrml97Option && v != nullptr && v->type == JSAtom::OBJECT) {
+  if (vrml97Option() && v != nullptr && v->type == JSAtom::OBJECT) {
     requireFollowedStore(expr->binary.expr1, left);
   }
   if (left == nullptr || left->type == JSAtom::UNKNOWN) {
-    if (vrml97Option) assignComponentOwner(expr->binary.expr1);
+    if (vrml97Option()) assignComponentOwner(expr->binary.expr1);
     return result;
   }
   CHECK(left->type == JSAtom::OBJECT && left->valueKnown && left->values != NULL &&
@@ -1260,7 +1260,7 @@ JSExpression* JSParser::pruneName(JSExpression* expr) {
   JSAtom* value = answer->values->object->getValue();
   if (value != nullptr && isKnown(value, JSAtom::FLOAT) && countValues(value) == 1) {
     double number = value->values->number;
-    return vrml97Option ? newFieldNumber(number) : newFloat(float(number));
+    return vrml97Option() ? newFieldNumber(number) : newFloat(float(number));
   }
   return expr;
 }
@@ -1301,7 +1301,7 @@ JSExpression* JSParser::pruneAssignment(JSExpression* expr, int precedence) {
 
 // Arithmetic of constants in 32-bit floats, and the neutral elements.
 JSExpression* JSParser::foldConstants(JSExpression* expr) {
-  if (vrml97Option) return foldExactly(expr);
+  if (vrml97Option()) return foldExactly(expr);
   JSExpression* e1 = expr->binary.expr1;
   JSExpression* e2 = expr->binary.expr2;
   bool c1 = isConstant(e1), c2 = isConstant(e2);

@@ -25,15 +25,14 @@
 #include "vrmlcascade.h"
 #include "vrmlparse.h"
 
-int vrml97Option = 0;
-int digitsOption = 0;
-
 namespace {
 
 struct ContextCell {
   ContextCell* next;
   std::string text;
 };
+
+}  // namespace
 
 // What the reports and the stops of a run act on. Outside any run the
 // process's own serves: its reports go to stderr and a stop ends the process.
@@ -47,7 +46,13 @@ struct Diagnostics {
   std::vector<size_t> trialDepths;
 };
 
-Diagnostics* diagnostics = new Diagnostics;
+namespace {
+
+RunHeap processHeap;
+Diagnostics processDiagnostics;
+RunContext processContext = {0, 0, &processHeap, &processDiagnostics, {}, {}};
+
+Diagnostics* diagnostics() { return currentRun->diagnostics; }
 
 // What ends a run early: thrown by a stop, caught where the passes began.
 struct RunStopped {
@@ -56,7 +61,7 @@ struct RunStopped {
 
 size_t contextDepth() {
   size_t depth = 0;
-  for (const ContextCell* cell = diagnostics->contextStack; cell != nullptr; cell = cell->next) {
+  for (const ContextCell* cell = diagnostics()->contextStack; cell != nullptr; cell = cell->next) {
     depth++;
   }
   return depth;
@@ -107,8 +112,8 @@ std::string formatText(const char* format, va_list args) {
 }
 
 void emit(const std::string& text) {
-  if (diagnostics->messages != nullptr) {
-    diagnostics->messages->append(text);
+  if (diagnostics()->messages != nullptr) {
+    diagnostics()->messages->append(text);
   } else {
     fputs(text.c_str(), stderr);
   }
@@ -130,7 +135,7 @@ void dumpContext() {
   emit("Stack dump:\n");
   std::vector<const ContextCell*> cells;  // oldest first
   size_t bytes = 0;
-  for (const ContextCell* cell = diagnostics->contextStack; cell != nullptr; cell = cell->next) {
+  for (const ContextCell* cell = diagnostics()->contextStack; cell != nullptr; cell = cell->next) {
     cells.push_back(cell);
     bytes += lineBytes(cell);
   }
@@ -172,47 +177,47 @@ void printMessage(const char* format, ...) {
 void pushContext(const char* format, ...) {
   va_list args;
   va_start(args, format);
-  diagnostics->contextStack = new ContextCell{diagnostics->contextStack, formatText(format, args)};
+  diagnostics()->contextStack = new ContextCell{diagnostics()->contextStack, formatText(format, args)};
   va_end(args);
 }
 
 void popContext() {
-  ContextCell*& myStack = diagnostics->contextStack;
+  ContextCell*& myStack = diagnostics()->contextStack;
   CHECK(myStack != NULL);
   ContextCell* cell = myStack;
   myStack = cell->next;
   delete cell;
 }
 
-void beginTrial() { diagnostics->trialDepths.push_back(contextDepth()); }
+void beginTrial() { diagnostics()->trialDepths.push_back(contextDepth()); }
 
-void endTrial() { diagnostics->trialDepths.pop_back(); }
+void endTrial() { diagnostics()->trialDepths.pop_back(); }
 
 void abandonTrial() {
-  while (contextDepth() > diagnostics->trialDepths.back()) popContext();
-  diagnostics->trialDepths.pop_back();
+  while (contextDepth() > diagnostics()->trialDepths.back()) popContext();
+  diagnostics()->trialDepths.pop_back();
 }
 
 void reportError(const char* format, ...) {
-  if (!diagnostics->trialDepths.empty()) throw TrialFailed{};
+  if (!diagnostics()->trialDepths.empty()) throw TrialFailed{};
   va_list args;
   va_start(args, format);
-  int leniency = diagnostics->leniency;
-  reportCounted(&diagnostics->warningCount, leniency ? "Warning" : "Error",
+  int leniency = diagnostics()->leniency;
+  reportCounted(&diagnostics()->warningCount, leniency ? "Warning" : "Error",
                 "Further warnings suppressed\n", format, args);
   va_end(args);
-  if (diagnostics->warningCount <= 3 && !leniency) stopRun();
+  if (diagnostics()->warningCount <= 3 && !leniency) stopRun();
 }
 
 void reportAlert(const char* format, ...) {
   va_list args;
   va_start(args, format);
-  reportCounted(&diagnostics->alertCount, "Alert", "Further alerts suppressed\n", format, args);
+  reportCounted(&diagnostics()->alertCount, "Alert", "Further alerts suppressed\n", format, args);
   va_end(args);
 }
 
 void assertionFailed(const char* expression, const char* file, int line) {
-  if (!diagnostics->trialDepths.empty()) throw TrialFailed{};
+  if (!diagnostics()->trialDepths.empty()) throw TrialFailed{};
   const char* slash = strrchr(file, '/');
   printMessage("Assertion failed \"%s\", File: %s, Line: %d:\n", expression,
                slash != nullptr ? slash + 1 : file, line);
@@ -220,8 +225,15 @@ void assertionFailed(const char* expression, const char* file, int line) {
   stopRun();
 }
 
+__thread RunContext* currentRun = &processContext;
+
+void setRunOptions(int vrml97, int digits) {
+  currentRun->vrml97 = vrml97;
+  currentRun->digits = digits;
+}
+
 void stopRun() {
-  if (diagnostics->messages == nullptr) exit(-3);
+  if (diagnostics()->messages == nullptr) exit(-3);
   throw RunStopped{-3};
 }
 
@@ -484,7 +496,7 @@ char* formatShortest(char* buffer, Number value) {
 // --vrml97: the shortest text that reads back as the same float, so that a
 // number of the world keeps its value.
 char* formatFloat(char* buffer, float value) {
-  if (vrml97Option) return formatShortest(buffer, value);
+  if (vrml97Option()) return formatShortest(buffer, value);
   return std::to_chars(buffer, buffer + 32, double(value), std::chars_format::general, 6).ptr;
 }
 
@@ -519,6 +531,7 @@ constexpr size_t kPassStackSize = size_t(2) << 30;
 struct OutputFile {
   const char* path;
   FILE* stream = nullptr;  // set once the file exists
+  char buffer[1 << 16];    // the stream's
 };
 
 struct Run {
@@ -539,6 +552,7 @@ struct Run {
   Diagnostics diagnostics;
   std::string messages;
   RunHeap heap;
+  RunContext context = {};
   int status = 1;
   char* output = nullptr;  // from malloc
   size_t outputSize = 0;
@@ -656,8 +670,7 @@ void writeWorldToFile(Write write, const Run& run) {
     printMessage("Failed to open file %s for writing\n", output->path);
     throw RunStopped{-2};
   }
-  static char buffer[1 << 16];
-  setvbuf(output->stream, buffer, _IOFBF, sizeof buffer);
+  setvbuf(output->stream, output->buffer, _IOFBF, sizeof output->buffer);
   writeWorldTo(write, run, output->stream);
   if (fflush(output->stream) != 0 || ferror(output->stream)) reportWriteFailure(run);
 }
@@ -670,8 +683,8 @@ void pareFile(VPFile* file) {
   file->pruneProtoInterfaces();
   file->pruneSwitches();
   file->dropDefNames();
-  if (digitsOption != 0) file->roundUnseenFloats(digitsOption);
-  if (vrml97Option) file->shareIdenticalNodes();
+  if (digitsOption() != 0) file->roundUnseenFloats(digitsOption());
+  if (vrml97Option()) file->shareIdenticalNodes();
 }
 
 std::string writtenText(VPFile* file) {
@@ -684,8 +697,8 @@ std::string writtenText(VPFile* file) {
 // The text of a world read and pared again; false when the pass stops. Its
 // messages, about a world that the run wrote itself, are dropped.
 bool pareAgain(const std::string& text, std::string* pared) {
-  Diagnostics kept = *diagnostics;
-  size_t messagesKept = diagnostics->messages != nullptr ? diagnostics->messages->size() : 0;
+  Diagnostics kept = *diagnostics();
+  size_t messagesKept = diagnostics()->messages != nullptr ? diagnostics()->messages->size() : 0;
   resetCascade();
   bool finished = runTrial([&]() {
     std::vector<char> buffer(text.begin(), text.end());
@@ -695,9 +708,9 @@ bool pareAgain(const std::string& text, std::string* pared) {
     pareFile(&file);
     *pared = writtenText(&file);
   });
-  if (diagnostics->messages != nullptr) diagnostics->messages->resize(messagesKept);
-  diagnostics->warningCount = kept.warningCount;
-  diagnostics->alertCount = kept.alertCount;
+  if (diagnostics()->messages != nullptr) diagnostics()->messages->resize(messagesKept);
+  diagnostics()->warningCount = kept.warningCount;
+  diagnostics()->alertCount = kept.alertCount;
   return finished;
 }
 
@@ -724,7 +737,7 @@ void runPasses(Run* run) {
   VPFile file;
   readWorld(&file, *run);
   pareFile(&file);
-  bool settle = vrml97Option && file.mayCutMoreAgain();
+  bool settle = vrml97Option() && file.mayCutMoreAgain();
   std::string settled = settle ? settledText(&file) : std::string();
   auto write = [&](FILE* stream) {
     if (settle) {
@@ -749,7 +762,20 @@ void runUntilStopped(Run* run, Step step) {
   }
 }
 
+// Makes a run's record the current one of this thread while it lives.
+class CurrentRun {
+ public:
+  explicit CurrentRun(RunContext* context) : outer(currentRun) { currentRun = context; }
+  ~CurrentRun() { currentRun = outer; }
+  CurrentRun(const CurrentRun&) = delete;
+  CurrentRun& operator=(const CurrentRun&) = delete;
+
+ private:
+  RunContext* outer;
+};
+
 void* passThread(void* run) {
+  CurrentRun current(&static_cast<Run*>(run)->context);
   runUntilStopped(static_cast<Run*>(run), [run]() { runPasses(static_cast<Run*>(run)); });
   return nullptr;
 }
@@ -772,24 +798,20 @@ void runOnPassStack(Run* run) {
 #endif
 }
 
-// Everything that a run changes starts afresh; the end frees it all.
+// Everything that a run changes is in its record, made afresh; the end frees it all.
 void beginRun(Run* run) {
-  vrml97Option = run->options->vrml97 ? 1 : 0;
-  digitsOption = vrml97Option ? run->options->digits : 0;
+  RunContext& context = run->context;
+  context.vrml97 = run->options->vrml97 ? 1 : 0;
+  context.digits = context.vrml97 ? run->options->digits : 0;
+  context.heap = &run->heap;
+  context.diagnostics = &run->diagnostics;
   run->diagnostics.leniency = run->options->leniency ? 1 : 0;
   run->diagnostics.messages = &run->messages;
-  diagnostics = &run->diagnostics;
-  resetCascade();
-  beginRunHeap(&run->heap);
 }
 
-void endRun(Run* run, Diagnostics* outer) {
+void endRun(Run* run) {
   while (run->diagnostics.contextStack != nullptr) popContext();
-  resetCascade();
   endRunHeap(&run->heap);
-  diagnostics = outer;
-  vrml97Option = 0;
-  digitsOption = 0;
 }
 
 // The run over a text of the caller's that the passes may write into. With
@@ -797,10 +819,12 @@ void endRun(Run* run, Diagnostics* outer) {
 void pareWorldText(char* text, size_t size, const PareOptions* options, OutputFile* file,
                    PareResult* result) {
   Run run(text, size, options, file);
-  Diagnostics* outer = diagnostics;
   beginRun(&run);
-  runOnPassStack(&run);
-  endRun(&run, outer);
+  {
+    CurrentRun current(&run.context);
+    runOnPassStack(&run);
+    endRun(&run);
+  }
   result->status = run.status;
   result->output = run.output;
   result->outputSize = run.outputSize;
@@ -945,7 +969,7 @@ int worldPareMain(int argc, char** argv) {
                          hasSuffix(line.outputFileName, ".wrz") ||
                              hasSuffix(line.outputFileName, ".gz"),
                          line.inputFileName, line.digits};
-  OutputFile output = {line.outputFileName};
+  OutputFile output = {line.outputFileName, nullptr, {}};
   PareResult result;
   pareWorldText(input.get(), inputSize, &options, &output, &result);
   fwrite(result.messages, 1, result.messagesSize, stderr);

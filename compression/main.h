@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "runheap.h"
+#include "runcontext.h"
 
 #define WORLDPARE_PRINTF(formatIndex) __attribute__((format(printf, formatIndex, formatIndex + 1)))
 
@@ -55,10 +55,13 @@ bool runTrial(Attempt attempt) {
 }
 
 /// Nonzero when --vrml97 was given: the whole VRML97 language is read.
-extern int vrml97Option;
+inline int vrml97Option() { return currentRun->vrml97; }
 /// --digits N (with --vrml97): the significant digits of the floats that no
 /// Script can see; 0 keeps every float exact.
-extern int digitsOption;
+inline int digitsOption() { return currentRun->digits; }
+/// The options of what runs on this thread outside a run: a test or a fuzz
+/// target that calls a pass itself. A run takes its own from its PareOptions.
+void setRunOptions(int vrml97, int digits);
 
 /// The command line over arguments already split; argv[0] is not read.
 /// Returns the exit status.

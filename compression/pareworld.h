@@ -4,8 +4,8 @@
  *
  * Nothing of a run outlives the call but its result: every counter, table and
  * record is made anew when a run starts and freed when it ends, also when it
- * stops on an error. Runs go one at a time: the call is not reentrant and
- * must not run on two threads at once. */
+ * stops on an error. Runs share nothing: any number of threads may call it at
+ * once. */
 #ifndef WORLDPARE_PAREWORLD_H
 #define WORLDPARE_PAREWORLD_H
 

@@ -11,9 +11,6 @@
 
 namespace {
 
-RunHeap processHeap;
-RunHeap* currentHeap = &processHeap;
-
 #ifndef WORLDPARE_SANITIZE
 constexpr size_t kBlockSize = size_t(1) << 20;
 #endif
@@ -25,7 +22,7 @@ RunHeap::Link* linkOf(void* object) { return static_cast<RunHeap::Link*>(object)
 void* allocateObject(size_t size) {
   auto* link = static_cast<RunHeap::Link*>(calloc(1, sizeof(RunHeap::Link) + size));
   CHECK(link != NULL);
-  RunHeap::Link* ring = &currentHeap->objects;
+  RunHeap::Link* ring = &currentRun->heap->objects;
   link->previous = ring;
   link->next = ring->next;
   ring->next->previous = link;
@@ -54,7 +51,7 @@ void* allocateRecord(size_t size) {
 #else
   size = (size + 7) & ~size_t(7);
   if (size > kBlockSize / 4) return allocateObject(size);
-  RunHeap* heap = currentHeap;
+  RunHeap* heap = currentRun->heap;
   if (size_t(heap->blockEnd - heap->blockNext) < size) {
     heap->blockNext = static_cast<char*>(allocateObject(kBlockSize));
     heap->blockEnd = heap->blockNext + kBlockSize;
@@ -74,13 +71,13 @@ char* copyString(const char* text, size_t length) {
 char* copyString(const char* text) { return copyString(text, strlen(text)); }
 
 void beginRunHeap(RunHeap* heap) {
-  heap->outer = currentHeap;
-  currentHeap = heap;
+  heap->outer = currentRun->heap;
+  currentRun->heap = heap;
 }
 
 void endRunHeap(RunHeap* heap) {
   RunHeap::Link* ring = &heap->objects;
   while (ring->next != ring) releaseObject(ring->next + 1);
   heap->blockNext = heap->blockEnd = nullptr;
-  currentHeap = heap->outer;
+  currentRun->heap = heap->outer;
 }

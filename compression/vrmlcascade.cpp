@@ -11,18 +11,10 @@
 
 #include "main.h"
 
-int fuzzyChangeCount = 0;
-int cascadeEventCount = 0;
-int loopCheckArmed = 1;
-
 namespace {
 
-// Deliveries now nested in one event chain. Under -l an endless cycle is not
-// stopped by the loop message; a bound of 100000 ends it in order.
-int eventDepth = 0;
-
-// --vrml97: the records of fields that sent their events, for the next ones.
-VPSending* freeSendings = nullptr;
+// The counters and sets of the cascade, in the record of the run.
+CascadeState& cascade() { return currentRun->cascade; }
 
 constexpr int kEventLimit = 10000;
 constexpr int kActivityMask = FIELD_READ | FIELD_WRITE | FIELD_ROUTED_IN | FIELD_ROUTED_OUT;
@@ -98,7 +90,7 @@ VPNode* mappedNode(VPNode* node, int mapShadows) {
 // --vrml97: an EXTERNPROTO of the input does what it likes with its
 // exposedFields, at any time; only the standard nodes are known.
 bool isOpaqueField(const VPNode* node, const VPField* field) {
-  return vrml97Option && field->theClass == VPField::EXPOSED_FIELD && !field->holdsNodes() &&
+  return vrml97Option() && field->theClass == VPField::EXPOSED_FIELD && !field->holdsNodes() &&
          node->nodeType == VPNode::OTHER && node->other.baseProto->nodeType == VPNode::EXTERNPROTO &&
          !node->other.baseProto->isBuiltin;
 }
@@ -121,7 +113,7 @@ int32_t truncateToInt32(double number) {
 // that goes before.
 void markActivity(VPNode* node, VPFieldList* cell, int flags) {
   cell->flags |= flags;
-  if (!vrml97Option || !node->isProtoInstance() || node->findField(cell->field) != cell) return;
+  if (!vrml97Option() || !node->isProtoInstance() || node->findField(cell->field) != cell) return;
   VPFieldList* declared = node->other.baseProto->findField(cell->field);
   CHECK(declared != NULL);
   declared->flags |= flags;
@@ -270,7 +262,6 @@ bool VPFuzzyValue::sameUnknown(const VPFuzzyValue* other) const {
 namespace {
 
 // Nodes that opaque Scripts can reach, with the body nodes of those that are copies.
-std::unordered_set<const VPNode*> opaqueReach;
 
 // An event of any value of the field's type; a node value is any of `nodes`.
 VPFuzzyValue* anyValueEvent(VPField* field, const std::vector<VPNode*>& nodes) {
@@ -293,16 +284,11 @@ void mergeAnyValue(VPNode* script, VPFuzzyValue* result, int mapShadows) {
 
 }  // namespace
 
-bool isReachedByOpaqueScript(const VPNode* node) { return opaqueReach.count(node) != 0; }
-
-void resetCascade() {
-  fuzzyChangeCount = 0;
-  cascadeEventCount = 0;
-  loopCheckArmed = 1;
-  eventDepth = 0;
-  freeSendings = nullptr;
-  std::unordered_set<const VPNode*>().swap(opaqueReach);
+bool isReachedByOpaqueScript(const VPNode* node) {
+  return cascade().opaqueReach.count(node) != 0;
 }
+
+void resetCascade() { cascade() = CascadeState(); }
 
 bool VPNode::isOpaqueScript() const { return nodeType == SCRIPT && other.script.program->opaque; }
 
@@ -313,11 +299,11 @@ namespace {
 // stands, and another round of the simulation lets the opaque Script act.
 template <class Entry>
 void enterScript(JSParser* program, Entry entry) {
-  if (!vrml97Option) {
+  if (!vrml97Option()) {
     entry();
   } else if (!program->opaque && !runTrial(entry)) {
     program->abandonEntry();
-    fuzzyChangeCount++;
+    cascade().fuzzyChangeCount++;
   }
 }
 
@@ -380,8 +366,8 @@ void VPNode::storeEvent(VPFuzzyValue* eventData) {
   VPFuzzyValue* fuzzy = findFuzzy(field);
   if (fuzzy == nullptr) {
     CHECK(findField (field) || other.baseProto->findField (field));
-    cascadeEventCount = 0;
-    fuzzyChangeCount++;
+    cascade().cascadeEventCount = 0;
+    cascade().fuzzyChangeCount++;
     fuzzy = new VPFuzzyValue(field);
     fuzzy->next = other.values;
     other.values = fuzzy;
@@ -395,7 +381,7 @@ void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows)
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
   // --vrml97: a body node stands for its copies in all instances, whose records
   // hold what scripts and routes did to fields that the body does not list.
-  if (vrml97Option && other.shadowNodes != nullptr) {
+  if (vrml97Option() && other.shadowNodes != nullptr) {
     for (VPShadow* shadow = other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
       shadow->shadow->getFuzzyValue(result, field, 1);
     }
@@ -438,7 +424,17 @@ void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows)
  * The scene as scripts see it
  * ------------------------------------------------------------------------ */
 
-void* VPJSObject::vptr = nullptr;
+namespace {
+
+// The class identity of an object made on the stack, before any run.
+void* classIdentity() {
+  VPJSObject probe(nullptr);
+  return *(void**)&probe;
+}
+
+}  // namespace
+
+void* const VPJSObject::vptr = classIdentity();
 
 VPJSContext::VPJSContext(VPNode* node, JSParser* program, int mapShadowNodes)
     : scriptNode(node), parser(program), mapShadows(mapShadowNodes) {
@@ -557,7 +553,7 @@ JSAtom* scalarAtom(JSParser* parser, const VPFuzzyValue* fuzzy) {
   }
   for (VPValue* cell = fuzzy->values; cell != nullptr; cell = cell->next) {
     value.number = field->theType != VPField::SFInt32 ? cell->floatValue
-                   : vrml97Option                       ? double(cell->intValue)
+                   : vrml97Option()                       ? double(cell->intValue)
                                                         : float(cell->intValue);
     appendAtomValue(&last, value);
   }
@@ -587,7 +583,7 @@ JSAtom* VPJSContext::makeAtom(VPFuzzyValue* fuzzy, int isArray) {
     return objectAtom(parser, object);
   }
   case VPField::SFString:
-    if (vrml97Option) return parser->newAtom(JSAtom::UNKNOWN);  // strings are not followed
+    if (vrml97Option()) return parser->newAtom(JSAtom::UNKNOWN);  // strings are not followed
     CHECK(0);
     return nullptr;
   default:
@@ -628,7 +624,7 @@ void VPJSContext::flushEvents() {
     eventQueue = e->next;
     VPField* field = e->eventData->field;
     VPNode* node = e->node;
-    bool exposed = vrml97Option && field->theClass == VPField::EXPOSED_FIELD;
+    bool exposed = vrml97Option() && field->theClass == VPField::EXPOSED_FIELD;
     // --vrml97: a value set in an exposedField of a PROTO instance enters its
     // body, whose nodes send it on, also along the ROUTEs inside the body.
     bool arrives = field->theClass == VPField::EVENT_IN || (exposed && node->isProtoInstance());
@@ -647,9 +643,7 @@ void VPJSContext::flushEvents() {
   }
 }
 
-VPJSObject::VPJSObject(VPJSContext* owner) : context(owner) {
-  if (vptr == nullptr) vptr = *(void**)this;
-}
+VPJSObject::VPJSObject(VPJSContext* owner) : context(owner) {}
 
 VPJSObject::~VPJSObject() {
   releaseCells(nodes, VPField::MFNode);
@@ -779,7 +773,7 @@ void fillEvent(VPFuzzyValue* e, JSAtom* val, int targetIsArray) {
 }  // namespace
 
 int VPJSObject::assign(JSAtom* val) {
-  int changeCountBefore = fuzzyChangeCount;
+  int changeCountBefore = cascade().fuzzyChangeCount;
   CHECK(fieldName != NULL);
   markField(FIELD_WRITE);
   for (VPNodeList* cell = nodes; cell != nullptr; cell = cell->next) {
@@ -791,7 +785,7 @@ int VPJSObject::assign(JSAtom* val) {
     }
     context->queueEvent(cell->node, e.handOn());
   }
-  return fuzzyChangeCount != changeCountBefore;
+  return cascade().fuzzyChangeCount != changeCountBefore;
 }
 
 // The nodes in which a member of this object is looked up.
@@ -841,7 +835,7 @@ JSAtom* VPJSObject::getMember(const char* memberName) {
     VPNode* node = cell->node;
     VPField* field2 = node->fieldByName(memberName);
     if (field2 == nullptr) {
-      if (!context->mapShadows && !vrml97Option) {
+      if (!context->mapShadows && !vrml97Option()) {
         reportError("Node %s::%s does not have a field named %s", node->other.baseProto->name,
                     nameOrNull(node->name), memberName);
       }
@@ -857,7 +851,7 @@ JSAtom* VPJSObject::getMember(const char* memberName) {
   if (found) return objectAtom(context->parser, result);
   // --vrml97: a member that no node has is a method or a property of the
   // script's own, such as toString: its value is not followed.
-  return vrml97Option ? context->parser->newAtom(JSAtom::UNKNOWN) : nullptr;
+  return vrml97Option() ? context->parser->newAtom(JSAtom::UNKNOWN) : nullptr;
 }
 
 JSAtom* VPJSObject::getElement(JSAtom*) {
@@ -928,13 +922,13 @@ int VPJSObject::isNeeded() {
     VPFieldList* fieldList = cell->node->findFieldByName(fieldName);
     CHECK(fieldList != NULL);
     if (fieldList->field->theClass == VPField::EVENT_IN) return 1;
-    if (vrml97Option && mayAnswerSets(cell->node)) return 1;
+    if (vrml97Option() && mayAnswerSets(cell->node)) return 1;
     flags |= fieldList->flags;
     // --vrml97: events leave from the node's own cell of the field, where it has one.
-    VPFieldList* own = vrml97Option ? cell->node->findField(fieldList->field) : nullptr;
+    VPFieldList* own = vrml97Option() ? cell->node->findField(fieldList->field) : nullptr;
     if (own != nullptr) flags |= own->flags;
     // --vrml97: a read of a node field skips NULL, so one node read is not one value.
-    if (fieldList->field->isMFField() || (vrml97Option && fieldList->field->holdsNodes())) {
+    if (fieldList->field->isMFField() || (vrml97Option() && fieldList->field->holdsNodes())) {
       allSingleValued = false;
     }
   }
@@ -1007,16 +1001,18 @@ bool isSending(const VPNode* node, const VPField* field) {
 struct SendingMark {
   VPNode* node;
   SendingMark(VPNode* sender, const VPField* field) : node(sender) {
-    VPSending* mark = freeSendings != nullptr ? freeSendings : newRecord<VPSending>();
-    if (mark == freeSendings) freeSendings = mark->next;
+    VPSending*& spare = cascade().freeSendings;
+    VPSending* mark = spare != nullptr ? spare : newRecord<VPSending>();
+    if (mark == spare) spare = mark->next;
     *mark = {node->other.sending, field};
     node->other.sending = mark;
   }
   ~SendingMark() {
     VPSending* mark = node->other.sending;
     node->other.sending = mark->next;
-    mark->next = freeSendings;
-    freeSendings = mark;
+    VPSending*& spare = cascade().freeSendings;
+    mark->next = spare;
+    spare = mark;
   }
   SendingMark(const SendingMark&) = delete;
   SendingMark& operator=(const SendingMark&) = delete;
@@ -1027,16 +1023,16 @@ struct SendingMark {
 void VPNode::sendEvent(VPFuzzyValue* eventData) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
   VPField* field = eventData->field;
-  if (vrml97Option && isSending(this, field)) return;
+  if (vrml97Option() && isSending(this, field)) return;
   std::optional<SendingMark> sending;
-  if (vrml97Option) sending.emplace(this, field);
+  if (vrml97Option()) sending.emplace(this, field);
   for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
     VPRoute* route = cell->route;
     if (route->sourceField != field) continue;
     CHECK(route->sourceNode == this);
     markActivity(this, routingCell(this, field), FIELD_ROUTED_OUT);
     // --vrml97: the event leaves the instances around through their eventOuts.
-    for (VPRoute* outer = route->twinOf; vrml97Option && outer != nullptr; outer = outer->twinOf) {
+    for (VPRoute* outer = route->twinOf; vrml97Option() && outer != nullptr; outer = outer->twinOf) {
       markActivity(outer->sourceNode, routingCell(outer->sourceNode, outer->sourceField),
                    FIELD_ROUTED_OUT);
     }
@@ -1054,7 +1050,7 @@ void VPNode::sendEvent(VPFuzzyValue* eventData) {
 bool VPNode::eventAlreadySimulated(const VPFuzzyValue* eventData) {
   VPEventRecord** link = &other.script.eventRecords;
   while (VPEventRecord* record = *link) {
-    if (record->changeCount != fuzzyChangeCount) {
+    if (record->changeCount != cascade().fuzzyChangeCount) {
       *link = record->next;
       releaseEventRecord(record);
       continue;
@@ -1072,7 +1068,8 @@ void VPNode::runScriptFunction(VPFuzzyValue* eventData) {
   VPField* field = eventData->field;
   VPEventRecord** last = &other.script.eventRecords;
   while (*last != nullptr) last = &(*last)->next;
-  *last = new VPEventRecord{nullptr, copyObjectString(field->name), fuzzyChangeCount, eventData->clone()};
+  *last = new VPEventRecord{nullptr, copyObjectString(field->name), cascade().fuzzyChangeCount,
+                            eventData->clone()};
   JSParser* program = other.script.program;
   VPJSContext context(this, program, 0);
   JSAtom* timestamp = program->newAtom(JSAtom::FLOAT);
@@ -1081,7 +1078,7 @@ void VPNode::runScriptFunction(VPFuzzyValue* eventData) {
   JSAtomList args = {&second, context.makeAtom(eventData, field->isMFField())};
   enterScript(program, [&]() {
     program->simulateCall(field->name, &context, &args);
-    if (vrml97Option) program->simulateCall("eventsProcessed", &context, nullptr);
+    if (vrml97Option()) program->simulateCall("eventsProcessed", &context, nullptr);
   });
   context.flushEvents();
 }
@@ -1132,6 +1129,10 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData, bool fromInterface) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
   VPField* field = eventData->field;
   markActivity(this, routingCell(this, field), FIELD_ROUTED_IN);
+  // Under -l an endless cycle is not stopped by the loop message; a bound of
+  // 100000 nested deliveries ends it in order.
+  int& eventDepth = cascade().eventDepth;
+  int& cascadeEventCount = cascade().cascadeEventCount;
   CHECK(eventDepth < 100000);
   eventDepth++;
   if (isProtoInstance()) {
@@ -1139,15 +1140,15 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData, bool fromInterface) {
     // --vrml97: an exposedField of the interface that no body field stands
     // for passes each event on, as an exposedField does; one that is IS an
     // exposedField of the PROTO around changes that one too.
-    bool exposed = vrml97Option && field->theClass == VPField::EXPOSED_FIELD;
+    bool exposed = vrml97Option() && field->theClass == VPField::EXPOSED_FIELD;
     if (exposed && !linked) {
       storeEvent(eventData);
       sendEvent(eventData);
     }
     if (exposed && !fromInterface) shareThroughInterface(eventData);
   } else {
-    if (++cascadeEventCount >= kEventLimit && loopCheckArmed) {
-      loopCheckArmed = 0;
+    if (++cascadeEventCount >= kEventLimit && cascade().loopCheckArmed) {
+      cascade().loopCheckArmed = 0;
       reportError("Infinite or near infinite loop detected!");
     }
     // Under -l the loop message lets the cascade go on, and routes that fork
@@ -1157,7 +1158,7 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData, bool fromInterface) {
     if (field->theClass == VPField::EXPOSED_FIELD) {
       storeEvent(eventData);
       sendEvent(eventData);
-      if (vrml97Option && !fromInterface) shareThroughInterface(eventData);
+      if (vrml97Option() && !fromInterface) shareThroughInterface(eventData);
     } else {
       CHECK(field->theClass == VPField::EVENT_IN);
       if (nodeType == SCRIPT && !eventAlreadySimulated(eventData)) runScriptFunction(eventData);
@@ -1185,18 +1186,18 @@ void VPFile::runCascade() {
   auto initializeAll = [&overTopLevel]() {
     int changeCountBefore;
     do {
-      changeCountBefore = fuzzyChangeCount;
+      changeCountBefore = cascade().fuzzyChangeCount;
       overTopLevel(&VPNode::initializeNode);
-    } while (vrml97Option && fuzzyChangeCount != changeCountBefore);
+    } while (vrml97Option() && cascade().fuzzyChangeCount != changeCountBefore);
   };
   initializeAll();
   int changeCountBefore;
   do {
-    changeCountBefore = fuzzyChangeCount;
-    cascadeEventCount = 0;
+    changeCountBefore = cascade().fuzzyChangeCount;
+    cascade().cascadeEventCount = 0;
     overTopLevel(&VPNode::simulateNodeEvents);
     forEachNode(standIns, [](VPNode* standIn) { standIn->simulateAnyUse(); });
-  } while (fuzzyChangeCount != changeCountBefore);
+  } while (cascade().fuzzyChangeCount != changeCountBefore);
   overProtos(1);
   overTopLevel(&VPNode::pruneScripts);
   overTopLevel(&VPNode::clearSimulation);
@@ -1220,7 +1221,7 @@ void VPNode::initializeNode() {
     forEachNodeIn(other.script.fields, initialize);
     JSParser* program = other.script.program;
     VPJSContext context(this, program, 0);
-    if (vrml97Option) {
+    if (vrml97Option()) {
       enterScript(program, [&]() { program->simulateCall(kLoadFunctionName, &context, nullptr); });
       context.flushEvents();
     }
@@ -1283,6 +1284,7 @@ void VPNode::simulateOpaqueScript() {
   std::vector<VPNode*> reach = nodesBelow();
   bool direct = hasDirectOutput(this) || other.script.program->makesRoutes;
   for (VPNode* node : reach) {
+    std::unordered_set<const VPNode*>& opaqueReach = cascade().opaqueReach;
     opaqueReach.insert(node);
     if (node->other.shadowedNode != nullptr) opaqueReach.insert(node->other.shadowedNode);
     VPFieldList* interface = node->nodeType == SCRIPT ? node->other.script.fields : nullptr;
@@ -1407,7 +1409,7 @@ void VPNode::pruneScripts() {
   if (nodeType == PROTO) forEachNode(body, prune);
   if (nodeType != SCRIPT) return;
   bool found = findUrlCell() != nullptr;
-  if (!vrml97Option) CHECK(found);
+  if (!vrml97Option()) CHECK(found);
   {
     JSParser* program = other.script.program;
     VPJSContext context(this, program, 1);
@@ -1449,7 +1451,7 @@ namespace {
 
 // --vrml97: a dead field still keeps what it holds in the world if that can act.
 bool holdsActiveNodes(const VPFieldList* cell) {
-  if (!vrml97Option || !cell->field->holdsNodes()) return false;
+  if (!vrml97Option() || !cell->field->holdsNodes()) return false;
   for (VPNodeList* value = cell->value; value != nullptr; value = value->next) {
     if (value->node != nullptr && !value->node->canBeDropped()) return true;
   }

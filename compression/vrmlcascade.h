@@ -6,6 +6,7 @@
 #define WORLDPARE_VRMLCASCADE_H
 
 #include "jssimulate.h"
+#include "runcontext.h"
 #include "vrmlparse.h"
 
 /// What a field of a node may hold: a finite set of values, or anything.
@@ -34,14 +35,8 @@ struct VPFuzzyValue {
   void becomeUnknown();
 };
 
-/// New records made by storeEvent: the one measure of the cascade's progress.
-extern int fuzzyChangeCount;
-/// Deliveries since the last new record; 10000 of them look like an endless loop.
-extern int cascadeEventCount;
-/// Falls to 0 when the loop message has been given, once for the run.
-extern int loopCheckArmed;
-/// Sets the counters of progress as a run starts, and forgets what the
-/// cascade knew of the last run's scene.
+/// Sets the counters of progress (CascadeState, in the run's record) as at
+/// the start of a run, and forgets what the cascade knew of the scene.
 void resetCascade();
 
 /// --vrml97: whether an opaque Script can reach the node (or the body node of
@@ -104,8 +99,8 @@ class VPJSContext final : public JSContext {
 /// the set (a reference, read or assigned later).
 class VPJSObject final : public JSObject {
  public:
-  /// The class identity of every VPJSObject, taken from the first one made.
-  static void* vptr;
+  /// The class identity of every VPJSObject, taken before any run.
+  static void* const vptr;
 
   VPJSContext* context;
   VPNodeList* nodes = nullptr;  ///< owned cells, no NULL node

@@ -90,7 +90,7 @@ void VPFile::scanNodes() {
   for (VPNodeList* cell = topLevel; cell != nullptr; cell = cell->next) {
     if (cell->node != nullptr) cell->node->scanNode();
   }
-  if (vrml97Option) addStandIns();
+  if (vrml97Option()) addStandIns();
   clearVisited();
 }
 
@@ -138,7 +138,7 @@ void VPNode::scanCell(VPFieldList* cell) {
   }
   if (!cell->field->holdsNodes()) return;
   // --vrml97: node values as defaults of PROTO and EXTERNPROTO fields.
-  bool isDefault = vrml97Option && (nodeType == PROTO || nodeType == EXTERNPROTO);
+  bool isDefault = vrml97Option() && (nodeType == PROTO || nodeType == EXTERNPROTO);
   for (VPNodeList* value = cell->value; value != nullptr; value = value->next) {
     if (value->node == nullptr) continue;
     if (isDefault) {
@@ -182,7 +182,7 @@ void VPNode::scanScript() {
   VPFieldList* urlCell = findUrlCell();
   bool found = urlCell != nullptr;
   other.script.program = new JSParser;
-  if (vrml97Option) {
+  if (vrml97Option()) {
     scanVrml97Script(urlCell);
   } else {
     CHECK(found);
@@ -242,7 +242,7 @@ void VPNode::expandInstance() {
 VPValue* VPNode::resolvedValue(const VPFieldList* bodyCell) {
   VPField* parameter = bodyCell->redirect->field;
   VPFieldList* effective = findEffectiveField(parameter);
-  if (!vrml97Option || !parameter->holdsNodes() || effective == findField(parameter)) {
+  if (!vrml97Option() || !parameter->holdsNodes() || effective == findField(parameter)) {
     return effective->value;
   }
   VPValue* head = nullptr;
@@ -265,7 +265,7 @@ void VPNode::redirectRouteOut(VPRoute* route) {
     twin->twinOf = route;
     // --vrml97: a copy that is an instance itself was expanded when it was
     // copied; the event leaves from the copy inside it that sends it.
-    if (vrml97Option && link->node->isProtoInstance()) redirectRouteOut(twin);
+    if (vrml97Option() && link->node->isProtoInstance()) redirectRouteOut(twin);
   }
 }
 
@@ -295,7 +295,7 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
                                  cell->route->destField);
       // --vrml97: also when the copy is an instance that was expanded before
       // this node was copied.
-      if (vrml97Option && sourceCopy->isProtoInstance()) redirectRouteOut(copied);
+      if (vrml97Option() && sourceCopy->isProtoInstance()) redirectRouteOut(copied);
     }
   }
   VPShadow* shadow = newRecord<VPShadow>();
@@ -368,7 +368,7 @@ VPFieldList* valueOfAllInstances(VPNode* proto, VPField* field) {
     VPFieldList* effective = node->findEffectiveField(field);
     // --vrml97: an exposedField IS a field of the PROTO around gets its value
     // from each instance of that PROTO: no value agreed on.
-    if (vrml97Option && effective->field->theClass != field->theClass) return nullptr;
+    if (vrml97Option() && effective->field->theClass != field->theClass) return nullptr;
     if (reference == nullptr) {
       reference = effective;
     } else if (!fieldValuesEqual(reference, effective)) {
@@ -467,7 +467,7 @@ VPRoute* findTwin(const VPRoute* route) {
 }  // namespace
 
 void unlinkRoute(VPRoute* route) {
-  if (vrml97Option && route->sourceNode->isProtoInstance()) {
+  if (vrml97Option() && route->sourceNode->isProtoInstance()) {
     while (VPRoute* twin = findTwin(route)) unlinkRoute(twin);
   }
   bool foundOtherSide = unlinkRouteCell(&route->sourceNode->other.routesOut, route);
@@ -481,7 +481,7 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
   VPFieldList** link = nodeType == OTHER ? &fields : &other.script.fields;
   // --vrml97: a field that goes from a node takes the IS links of its cells
   // along, as that of an instance in another PROTO's body.
-  if (vrml97Option && protoField == nullptr) {
+  if (vrml97Option() && protoField == nullptr) {
     for (VPFieldList* cell = *link; cell != nullptr; cell = cell->next) {
       if (cell->field == field && cell->redirect != nullptr) removeIsLink(cell);
     }
@@ -502,7 +502,7 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
   }
   // --vrml97: through an IS link only the IS goes; the node keeps its field,
   // with its routes and, on an instance, what its body does with it.
-  if (vrml97Option && protoField != nullptr) return 1;
+  if (vrml97Option() && protoField != nullptr) return 1;
   if (protoField != nullptr && protoField->theClass != field->theClass) {
     CHECK(field->theClass == VPField::EXPOSED_FIELD);
     return 1;
@@ -523,7 +523,7 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
     }
   }
   // --vrml97: an exposedField may have a second cell, as set_x IS a beside x_changed IS b.
-  if (vrml97Option && protoField == nullptr && cell != nullptr) removeField(field, nullptr);
+  if (vrml97Option() && protoField == nullptr && cell != nullptr) removeField(field, nullptr);
   return cell != nullptr;
 }
 
@@ -579,7 +579,7 @@ void VPNode::dropReference() {
 void VPFile::pruneProtoInterfaces() {
   std::vector<VPNode*> declarations;
   forEachNode(allProtos, [&declarations](VPNode* proto) { declarations.push_back(proto); });
-  if (vrml97Option) std::reverse(declarations.begin(), declarations.end());
+  if (vrml97Option()) std::reverse(declarations.begin(), declarations.end());
   for (VPNode* proto : declarations) proto->pruneInterface();
 }
 
@@ -689,7 +689,7 @@ void VPNode::cutSwitchChoices() {
   }
   record.freeValues();
   VPFieldList* children = findField(fieldByName("choice"));
-  if (vrml97Option && (children == nullptr || isReachedByOpaqueScript(this))) return;
+  if (vrml97Option() && (children == nullptr || isReachedByOpaqueScript(this))) return;
   CHECK(children != NULL);
   if (!known || children->redirect != nullptr) return;
   int32_t index = 0;
@@ -698,7 +698,7 @@ void VPNode::cutSwitchChoices() {
     if (child == nullptr || std::find(choices.begin(), choices.end(), index) != choices.end()) {
       continue;
     }
-    if (vrml97Option && !child->canBeDropped()) continue;
+    if (vrml97Option() && !child->canBeDropped()) continue;
     cell->node = nullptr;
     child->dropReference();
   }
@@ -743,7 +743,7 @@ void VPNode::dropDefName() {
   if (visited) return;
   visited = 1;
   // --vrml97: an Anchor's url "#name" names a Viewpoint by its DEF.
-  bool namedByAnchors = vrml97Option && nodeType == OTHER &&
+  bool namedByAnchors = vrml97Option() && nodeType == OTHER &&
                         strcmp(other.baseProto->name, "Viewpoint") == 0;
   if ((nodeType == OTHER || nodeType == SCRIPT) && other.refCount == 1 &&
       other.routesIn == nullptr && other.routesOut == nullptr && !isReachedByOpaqueScript(this) &&

@@ -86,22 +86,16 @@ struct Vrml97NameBytes {
 };
 constexpr Vrml97NameBytes vrml97NameBytes;
 
-/// The writer's spacing. Default mode writes every gap as it is asked for,
-/// one item to a line. --vrml97: a gap is a blank only where the tokens on its
-/// two sides would read as one, and each field, declaration and ROUTE begins
-/// a line. Blanks between the elements of a list deflate better than line breaks.
-struct Spacing {
-  char last;      ///< the last byte written
-  int number;     ///< a NumberKind: what the last token was
-  bool gapOwed;   ///< a gap stands before the next token
-  bool lineOwed;  ///< the next token begins a line
-};
-
 /// A number ends where a sign begins, and one with a point or an exponent
 /// where a point begins: "1-2", "1.5.5" and "1e3.5" are two numbers each.
 enum NumberKind { kNoNumber = 0, kWholeNumber = 1, kPointNumber = 2 };
 
-Spacing spacing = {'\n', kNoNumber, false, false};
+/// The writer's spacing, in the run's record; its `number` is a NumberKind.
+/// Default mode writes every gap as it is asked for, one item to a line.
+/// --vrml97: a gap is a blank only where the tokens on its two sides would
+/// read as one, and each field, declaration and ROUTE begins a line. Blanks
+/// between the elements of a list deflate better than line breaks.
+WriterSpacing& spacing() { return currentRun->spacing; }
 
 // Names, numbers and words run together; quotes, brackets and braces end a token.
 bool continuesToken(char c) {
@@ -117,19 +111,20 @@ bool needsBlank(char last, int lastNumber, char first) {
 // --vrml97: the separator that the owed gap or line needs before a token that
 // begins with `first`, or 0; the debt is paid.
 char separatorBefore(char first) {
-  char separator = spacing.lineOwed                                                ? '\n'
-                   : spacing.gapOwed && needsBlank(spacing.last, spacing.number, first) ? ' '
-                                                                                  : 0;
-  spacing.gapOwed = spacing.lineOwed = false;
+  WriterSpacing& owed = spacing();
+  char separator = owed.lineOwed                                               ? '\n'
+                   : owed.gapOwed && needsBlank(owed.last, owed.number, first) ? ' '
+                                                                              : 0;
+  owed.gapOwed = owed.lineOwed = false;
   return separator;
 }
 
 // Text of one or more tokens, of which the last is a number of the kind given.
 void writeTokens(FILE* stream, const char* text, size_t length, int lastNumber) {
-  if (vrml97Option && length > 0) {
+  if (vrml97Option() && length > 0) {
     if (char separator = separatorBefore(text[0])) putc(separator, stream);
-    spacing.last = text[length - 1];
-    spacing.number = lastNumber;
+    spacing().last = text[length - 1];
+    spacing().number = lastNumber;
   }
   fwrite(text, 1, length, stream);
 }
@@ -138,10 +133,10 @@ void writeTokens(FILE* stream, const char* text, size_t length, int lastNumber) 
 // before them goes, so that they leave in one write.
 void writeNumbers(FILE* stream, char* line, char* end, int lastNumber) {
   char* text = line + 1;
-  if (vrml97Option && end > text) {
+  if (vrml97Option() && end > text) {
     if (char separator = separatorBefore(*text)) *--text = separator;
-    spacing.last = end[-1];
-    spacing.number = lastNumber;
+    spacing().last = end[-1];
+    spacing().number = lastNumber;
   }
   fwrite(text, 1, size_t(end - text), stream);
 }
@@ -154,8 +149,8 @@ void writeText(FILE* stream, const char* text) { writeText(stream, text, strlen(
 
 // A gap of the fixed form, ' ' or '\n', between two tokens.
 void writeGap(FILE* stream, char gap) {
-  if (vrml97Option) {
-    spacing.gapOwed = true;
+  if (vrml97Option()) {
+    spacing().gapOwed = true;
   } else {
     putc(gap, stream);
   }
@@ -163,7 +158,7 @@ void writeGap(FILE* stream, char gap) {
 
 // --vrml97: what follows begins a line. In the fixed form every item ends one.
 void beginLine() {
-  if (vrml97Option && spacing.last != '\n') spacing.lineOwed = true;
+  if (vrml97Option() && spacing().last != '\n') spacing().lineOwed = true;
 }
 
 int numberKind(const char* text, const char* end) {
@@ -176,7 +171,7 @@ int numberKind(const char* text, const char* end) {
 // Tokens made in `line`, with a byte of room behind `end`, and a line break
 // after them; in the fixed form in one write, as values are most of a world.
 void writeLine(FILE* stream, char* line, char* end) {
-  if (vrml97Option) {
+  if (vrml97Option()) {
     writeText(stream, line, size_t(end - line));
     writeGap(stream, '\n');
   } else {
@@ -368,7 +363,7 @@ void writeValue(FILE* stream, int type, const VPValue* value) {
     writeText(stream, "[");
     writeGap(stream, '\n');
   }
-  if (vrml97Option && isNumberType(type)) {
+  if (vrml97Option() && isNumberType(type)) {
     writeNumberValue(stream, type, value);
   } else {
     ElementWriter writeElement = fieldType(type).writeElement;
@@ -439,7 +434,7 @@ VPFieldList* findInList(VPFieldList* list, const char* name, int aliases) {
 VPFieldList* findInstanceField(VPNode* node, const char* name, int aliases) {
   // --vrml97: a field declared under the very name wins over an alias of
   // another, as eventIn set_x beside exposedField x.
-  if (vrml97Option && aliases != 0) {
+  if (vrml97Option() && aliases != 0) {
     if (VPFieldList* exact = findInstanceField(node, name, 0)) return exact;
   }
   VPFieldList* cell = findInList(node->other.baseProto->fields, name, aliases);
@@ -476,7 +471,7 @@ VPFieldList* VPNode::findField(const VPField* field) {
 
 VPFieldList* VPNode::findFieldByName(const char* fieldName) {
   if (nodeType == PROTO) {
-    VPFieldList* exact = vrml97Option ? findInList(fields, fieldName, 0) : nullptr;
+    VPFieldList* exact = vrml97Option() ? findInList(fields, fieldName, 0) : nullptr;
     return exact != nullptr ? exact : findInList(fields, fieldName, SET_ALIAS | CHANGED_ALIAS);
   }
   CHECK(nodeType == SCRIPT || nodeType == OTHER);
@@ -672,7 +667,7 @@ void VPFile::nextToken() {
   }
   token = cursor;
   unsigned char c = *cursor;
-  if (vrml97Option ? isVrml97NameStart(c) : isIdentifierStart(c)) {
+  if (vrml97Option() ? isVrml97NameStart(c) : isIdentifierStart(c)) {
     scanIdentifier();
   } else if (c == '-' || c == '+' || c == '.' || isdigit(c)) {
     scanNumber();
@@ -694,7 +689,7 @@ void VPFile::endToken(int type) {
 }
 
 void VPFile::scanIdentifier() {
-  if (vrml97Option) {
+  if (vrml97Option()) {
     while (vrml97NameBytes.part[static_cast<unsigned char>(*cursor)]) cursor++;
   } else {
     while (isIdentifierPart(static_cast<unsigned char>(*cursor))) cursor++;
@@ -1257,7 +1252,7 @@ void VPFile::parseFieldValue(VPFieldList* cell) {
 
 bool VPFile::parseFloatToken(float* result) {
   nextToken();
-  if (tokType == TokInt && vrml97Option && strpbrk(token, "xX") == nullptr) {
+  if (tokType == TokInt && vrml97Option() && strpbrk(token, "xX") == nullptr) {
     readFloat(token, result);  // a whole number of any size, not its low 32 bits
   } else if (tokType == TokInt) {
     *result = float(tokValue.intValue);
@@ -1451,7 +1446,7 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
   node->other.baseProto = proto;
   node->nodeType = strcmp(proto->name, "Script") == 0 ? VPNode::SCRIPT : VPNode::OTHER;
   VPNode* earlier = nullptr;
-  if (vrml97Option) {
+  if (vrml97Option()) {
     if (nodeName != nullptr) nameNode(node, nodeName);
     parseScriptFields(node, proto->fields);
   } else {
@@ -1619,7 +1614,7 @@ VPFieldList* VPFile::parseNodeFields(VPFieldList* declared) {
     for (;;) {
       if (strcmp(token, "ROUTE") == 0) {
         parseRoute();
-      } else if (vrml97Option && (strcmp(token, "PROTO") == 0 || strcmp(token, "EXTERNPROTO") == 0)) {
+      } else if (vrml97Option() && (strcmp(token, "PROTO") == 0 || strcmp(token, "EXTERNPROTO") == 0)) {
         pushBack();
         addNestedDeclaration(parseNodeOrProto());
       } else {
@@ -1678,7 +1673,7 @@ VPFieldList* VPFile::parseDeclaration(int withValues) {
   if (!withValues) {
     nextToken();
     if (*token != '=') {
-      if (vrml97Option && field->hasValue()) {
+      if (vrml97Option() && field->hasValue()) {
         cell->flags |= FIELD_NO_DEFAULT;
       } else {
         CHECK(*token == '=' || field->theClass == VPField::EVENT_IN ||
@@ -1725,7 +1720,7 @@ VPNodeList* VPFile::parseExternProto() {
   nextToken();
   CHECK(*token == ']');
   result->node->urls = parseMFString();
-  if (!vrml97Option || !declareProto(result->node)) {
+  if (!vrml97Option() || !declareProto(result->node)) {
     CHECK(protos->findString (result->node->name) == 0);
     protos->addString(result->node->name, result->node);
   }
@@ -1749,7 +1744,7 @@ VPNodeList* VPFile::parseProto() {
   CHECK(*token == ']');
   nextToken();
   CHECK(*token == '{');
-  if (!vrml97Option) CHECK(currentProto == NULL);
+  if (!vrml97Option()) CHECK(currentProto == NULL);
   VPNode* outerProto = currentProto;
   StringTable* outerNamedNodes = currentProtoNamedNodes;
   currentProto = proto;
@@ -1767,7 +1762,7 @@ VPNodeList* VPFile::parseProto() {
   nextToken();
   CHECK(*token == '}');
   popContext();
-  if (!vrml97Option || !declareProto(proto)) {
+  if (!vrml97Option() || !declareProto(proto)) {
     if (protos->findString(proto->name) != nullptr) {
       reportError("Duplicate definition found for PROTO %s (deleting)!", proto->name);
       return parseNodeOrProto();
@@ -1829,7 +1824,7 @@ void writeWords(FILE* stream, std::initializer_list<const char*> words) {
 }  // namespace
 
 void VPFile::write(FILE* stream) {
-  spacing = {'\n', kNoNumber, false, false};
+  spacing() = WriterSpacing();
   writeText(stream, "#VRML V2.0 utf8\n");
   for (VPNodeList* cell = topLevel; cell != nullptr; cell = cell->next) {
     writeNode(stream, cell);
@@ -1944,7 +1939,7 @@ std::string cellName(VPNode* node, const VPFieldList* cell) {
   std::string alias = field->name;
   if (redirectClass == VPField::EVENT_IN) alias = std::string("set_") + field->name;
   if (redirectClass == VPField::EVENT_OUT) alias = std::string(field->name) + "_changed";
-  if (vrml97Option && findInstanceField(node, alias.c_str(), 0) != nullptr) return field->name;
+  if (vrml97Option() && findInstanceField(node, alias.c_str(), 0) != nullptr) return field->name;
   return alias;
 }
 

@@ -25,9 +25,9 @@ void checkWrittenFloatReadsBack(const uint8_t* data) {
   memcpy(&value, data, sizeof value);
   if (!std::isfinite(value)) return;
   char text[64];
-  vrml97Option = 1;
+  setRunOptions(1, 0);
   *formatFloat(text, value) = 0;
-  vrml97Option = 0;
+  setRunOptions(0, 0);
   float read = NAN;
   readFloat(text, &read);
   if (bitsOf(read) != bitsOf(value)) {

@@ -51,9 +51,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   text.resize(strlen(text.c_str()));  // the parser reads up to the first NUL
   RunHeap heap;
   beginRunHeap(&heap);
-  vrml97Option = (data[0] >> 1) & 1;
+  setRunOptions((data[0] >> 1) & 1, 0);
   std::string first, second;
-  if (reprinted(text, &first) && vrml97Option) {
+  if (reprinted(text, &first) && vrml97Option()) {
     if (!reprinted(stringValue(first), &second)) {
       fprintf(stderr, "printed text rejected:\n%s\n", first.c_str());
       abort();
@@ -63,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       abort();
     }
   }
-  vrml97Option = 0;
+  setRunOptions(0, 0);
   endRunHeap(&heap);
   return 0;
 }

@@ -8,9 +8,9 @@ namespace {
 // Runs `body` as a run with --vrml97 would.
 template <class Body>
 auto asVrml97(Body body) {
-  vrml97Option = 1;
+  setRunOptions(1, 0);
   auto result = body();
-  vrml97Option = 0;
+  setRunOptions(0, 0);
   return result;
 }
 

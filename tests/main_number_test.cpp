@@ -60,9 +60,9 @@ TEST(FloatFormat, MatchesPrintfOnDecimalsAsFilesWriteThem) {
 namespace {
 
 std::string asDenseFloat(float value) {
-  vrml97Option = 1;
+  setRunOptions(1, 0);
   std::string text = asFormatted(value);
-  vrml97Option = 0;
+  setRunOptions(0, 0);
   return text;
 }
 

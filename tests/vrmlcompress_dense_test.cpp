@@ -8,7 +8,7 @@ namespace {
 // The world through the passes of a run with --vrml97, written: with
 // --digits when `digits` is not 0, and with or without the sharing.
 std::string paredAsVrml97(const std::string& body, int digits, bool share) {
-  vrml97Option = 1;
+  setRunOptions(1, 0);
   VPFile* file = cascadedWorld(body);
   file->pruneProtoInterfaces();
   file->pruneSwitches();
@@ -16,7 +16,7 @@ std::string paredAsVrml97(const std::string& body, int digits, bool share) {
   if (digits != 0) file->roundUnseenFloats(digits);
   if (share) file->shareIdenticalNodes();
   std::string written = writtenWorld(file);
-  vrml97Option = 0;
+  setRunOptions(0, 0);
   return written;
 }
 

@@ -6,9 +6,9 @@
 namespace {
 
 std::string compressedAsVrml97(const std::string& body) {
-  vrml97Option = 1;
+  setRunOptions(1, 0);
   std::string written = compressedWorld(body);
-  vrml97Option = 0;
+  setRunOptions(0, 0);
   return written;
 }
 
@@ -186,9 +186,9 @@ IndexedFaceSet { coordIndex [ 0 1 2 -1 ] }
 PixelTexture { image 2 1 1 0x00 0xFF }
 DEF T TouchSensor { }
 ROUTE T.isActive TO L.set_on)";
-  vrml97Option = 1;
+  setRunOptions(1, 0);
   std::string written = rewrittenWorld(world);
-  vrml97Option = 0;
+  setRunOptions(0, 0);
   EXPECT_EQ(written, std::string(kHeader) +
                          "EXTERNPROTO Lamp[\n"
                          "exposedField SFBool on][\"lamp.wrl\"\"urn:x\"]PROTO Tile[\n"

@@ -1,0 +1,50 @@
+// The record of one run: its options, its memory, its reports and what the
+// passes carry from one call to the next. A thread runs one run at a time and
+// reaches its record through `currentRun`, which the run sets on the thread
+// of its passes; runs on two threads share nothing. Outside any run the
+// process's own record serves (a test or a fuzz target calling a pass).
+// Includes no other module but the run heap.
+#ifndef WORLDPARE_RUNCONTEXT_H
+#define WORLDPARE_RUNCONTEXT_H
+
+#include <unordered_set>
+
+#include "runheap.h"
+
+struct Diagnostics;
+struct VPNode;
+struct VPSending;
+
+/// What the cascade counts and keeps while it simulates.
+struct CascadeState {
+  int fuzzyChangeCount = 0;   ///< new records made by storeEvent: the measure of progress
+  int cascadeEventCount = 0;  ///< deliveries since the last new record
+  int loopCheckArmed = 1;     ///< falls to 0 when the loop message has been given
+  int eventDepth = 0;         ///< deliveries now nested in one event chain
+  VPSending* freeSendings = nullptr;  ///< --vrml97: marks of fields that sent, for reuse
+  /// --vrml97: the nodes that an opaque Script reaches through node fields.
+  std::unordered_set<const VPNode*> opaqueReach;
+};
+
+/// Where the VRML writer stands between two pieces of text.
+struct WriterSpacing {
+  char last = '\n';       ///< the last byte written
+  int number = 0;         ///< what the last token was: no number, a whole one, one with a point
+  bool gapOwed = false;   ///< a gap stands before the next token
+  bool lineOwed = false;  ///< the next token begins a line
+};
+
+struct RunContext {
+  int vrml97 = 0;  ///< --vrml97
+  int digits = 0;  ///< --digits N with --vrml97, else 0
+  RunHeap* heap;   ///< where records of the run come from
+  Diagnostics* diagnostics;
+  CascadeState cascade;
+  WriterSpacing spacing;
+};
+
+/// The record of the run on this thread. A plain thread-local pointer: it
+/// needs no dynamic initialisation, so reading it costs one load.
+extern __thread RunContext* currentRun;
+
+#endif
