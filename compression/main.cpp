@@ -1,6 +1,7 @@
 // Driver and diagnostics: the passes of a run behind pareWorld, the command
 // line around it, the context stack, the reports and the orderly stop.
 #include "main.h"
+#include "mainsite.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -861,6 +862,8 @@ struct CommandLine {
   int leniency = 0;
   int vrml97 = 0;
   int digits = 0;
+  int jobs = 0;
+  const char* reportPath = nullptr;
   const char* inputFileName = nullptr;
   const char* outputFileName = nullptr;
 };
@@ -868,6 +871,31 @@ struct CommandLine {
 int printUsage() {
   printf("%s", kUsage);
   return -2;
+}
+
+const char kVersion[] = "worldPare 1.1\n";
+
+const char kHelp[] =
+    "Usage: worldPare [options] <file_in> <file_out>\n"
+    "       worldPare [options] <folder_in> <folder_out>\n\n"
+    "  -l              recoverable errors become warnings\n"
+    "  --vrml97        read the whole VRML97 language; the output does what the input did\n"
+    "  --digits N      with --vrml97: at most N (1-9) digits in floats that no Script sees\n"
+    "  -j N            with folders: pare N worlds at once (default: one a core)\n"
+    "  --report FILE   with folders: write one CSV row a file to FILE\n"
+    "  --help          print this help and end\n"
+    "  --version       print the version and end\n";
+
+// -j N: a number of threads from 1 to 256.
+int readJobs(const char* number, CommandLine* line) {
+  char* end = nullptr;
+  long jobs = number != nullptr ? strtol(number, &end, 10) : 0;
+  if (end == number || *end != 0 || jobs < 1 || jobs > 256) {
+    printMessage("-j takes a number of worlds at once from 1 to 256\n");
+    return printUsage();
+  }
+  line->jobs = int(jobs);
+  return 0;
 }
 
 // --digits N: one digit from 1 to 9, and only with --vrml97.
@@ -880,7 +908,8 @@ int readDigits(const char* number, CommandLine* line) {
   return 0;
 }
 
-// Returns 0 when the arguments name both files, else the status of the usage text.
+// Returns 0 when the arguments name both files, 1 after --help or --version,
+// else the status of the usage text.
 int readArguments(int argc, char** argv, CommandLine* line) {
   for (int i = 1; i < argc; i++) {
     const char* argument = argv[i];
@@ -888,6 +917,13 @@ int readArguments(int argc, char** argv, CommandLine* line) {
       line->vrml97 = 1;
     } else if (strcmp(argument, "--digits") == 0) {
       if (readDigits(i + 1 < argc ? argv[++i] : nullptr, line) != 0) return -2;
+    } else if (strcmp(argument, "-j") == 0) {
+      if (readJobs(i + 1 < argc ? argv[++i] : nullptr, line) != 0) return -2;
+    } else if (strcmp(argument, "--report") == 0 && i + 1 < argc) {
+      line->reportPath = argv[++i];
+    } else if (strcmp(argument, "--help") == 0 || strcmp(argument, "--version") == 0) {
+      printf("%s", argument[2] == 'h' ? kHelp : kVersion);
+      return 1;
     } else if (argument[0] == '-') {
       const char* letter = argument + 1;
       do {
@@ -957,8 +993,14 @@ int closeOutputFile(const OutputFile& output, int status) {
 int worldPareMain(int argc, char** argv) {
   CommandLine line;
   int usageStatus = readArguments(argc, argv, &line);
+  if (usageStatus == 1) return 0;
   if (usageStatus != 0) return usageStatus;
   struct stat status;
+  if (stat(line.inputFileName, &status) == 0 && S_ISDIR(status.st_mode)) {
+    SiteOptions site = {{line.leniency, line.vrml97, 0, nullptr, line.digits}, line.jobs,
+                        line.reportPath};
+    return pareSite(line.inputFileName, line.outputFileName, site);
+  }
   if (stat(line.outputFileName, &status) == 0) {
     printMessage("File %s already exists\n", line.outputFileName);
     return -2;

@@ -1,0 +1,19 @@
+// A site: every world in a folder's tree pared into a new folder, every other
+// file copied, on several threads at once.
+#ifndef WORLDPARE_MAINSITE_H
+#define WORLDPARE_MAINSITE_H
+
+#include "pareworld.h"
+
+struct SiteOptions {
+  PareOptions pare;        // leniency, vrml97 and digits for every world
+  int jobs;                // worlds pared at once; 0: one a core
+  const char* reportPath;  // one CSV row a file, or NULL
+};
+
+// 1 when every world was pared, 2 when some were copied after a stop, -2
+// when the output folder or the report exists, -3 when a file could not be
+// read or written.
+int pareSite(const char* inputFolder, const char* outputFolder, const SiteOptions& options);
+
+#endif
