@@ -1,4 +1,5 @@
-# The two commands of a fresh machine: `make run` and `make test`.
+# The two commands of a fresh machine: `make run` and `make test`. Each target
+# first installs what it lacks of Debian's packages through setup.sh.
 BUILD := build
 ASAN_BUILD := build-asan
 COVERAGE_BUILD := build-coverage
@@ -11,15 +12,18 @@ EXAMPLE := examples/lamp.wrl
 DIFFTEST_N := 200
 DIFFTEST_SEED := 1
 
-.PHONY: all build build-asan build-fuzz run test test-plain test-asan bench fuzz difftest coverage clean
+.PHONY: all build build-asan build-fuzz run test test-plain test-asan bench fuzz difftest coverage clean \
+  install
 
 all: build
 
 build:
+	sh setup.sh build
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DWORLDPARE_WERROR=ON >/dev/null
 	cmake --build $(BUILD) -j $(JOBS)
 
 build-asan:
+	sh setup.sh build
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DWORLDPARE_SANITIZE=ON \
 	  -DWORLDPARE_WERROR=ON >/dev/null
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
@@ -46,6 +50,7 @@ bench: build
 
 # libFuzzer under AddressSanitizer and UndefinedBehaviorSanitizer (clang 14).
 build-fuzz:
+	sh setup.sh build fuzz
 	cmake -S . -B $(FUZZ_BUILD) -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DWORLDPARE_SANITIZE=ON -DWORLDPARE_FUZZ=ON >/dev/null
 	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target $(addprefix fuzz_,$(FUZZ_TARGETS))
@@ -68,10 +73,17 @@ fuzz: build-fuzz
 # (not part of `make test`): DIFFTEST_N worlds from the seed DIFFTEST_SEED on,
 # with the options DIFFTEST_OPTIONS besides --vrml97 (as "--digits 6").
 difftest: build
+	sh setup.sh difftest
 	cmake --build $(BUILD) --target worldgen
 	DIFFTEST_OPTIONS="$(DIFFTEST_OPTIONS)" \
 	  tests/difftest/run.sh ./$(BUILD)/worldgen ./$(BUILD)/worldPare $(BUILD)/difftest \
 	  $(DIFFTEST_N) $(DIFFTEST_SEED)
+
+# The tool and its manual page under PREFIX.
+PREFIX := /usr/local
+install: build
+	install -D -m 755 $(BUILD)/worldPare $(DESTDIR)$(PREFIX)/bin/worldPare
+	install -D -m 644 worldPare.1 $(DESTDIR)$(PREFIX)/share/man/man1/worldPare.1
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(COVERAGE_BUILD) $(FUZZ_BUILD)
@@ -117,9 +129,9 @@ page: $(PAGE)/worldpare.js $(PAGE_FILES) $(PAGE)/x_ite/x_ite.min.js
 # What the machine lacks of Debian's packages: Emscripten to build the page,
 # Chromium to test it.
 page-tools:
-	sh web/setup.sh
+	sh setup.sh page
 test-tools:
-	sh web/setup.sh test
+	sh setup.sh test-page
 
 web/node_modules/.package-lock.json: web/package-lock.json
 	cd web && npm ci --no-audit --no-fund

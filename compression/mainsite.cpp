@@ -192,16 +192,17 @@ void Site::summarize(double seconds) const {
       after[file.gzip] += file.bytesOut;
     }
   }
-  fprintf(stderr, "%zu worlds pared, %zu copied after a stop, %zu other files copied\n",
-          counts[int(Outcome::Pared)], counts[int(Outcome::Stopped)], otherFiles);
+  fprintf(stderr, "worlds pared: %zu\nworlds copied after a stop: %zu\n",
+          counts[int(Outcome::Pared)], counts[int(Outcome::Stopped)]);
   for (const SiteFile& file : files_) {
     if (file.outcome == Outcome::Stopped || file.outcome == Outcome::Failed) {
       fprintf(stderr, "  %s: %s\n", file.path.c_str(), file.message.c_str());
     }
   }
+  fprintf(stderr, "other files copied: %zu\n", otherFiles);
   fprintf(stderr, "plain worlds: %zu bytes to %zu\ngzipped worlds: %zu bytes to %zu\n", before[0],
           after[0], before[1], after[1]);
-  fprintf(stderr, "%.1f s\n", seconds);
+  fprintf(stderr, "time: %.1f s\n", seconds);
 }
 
 std::string csvField(const std::string& text) {
