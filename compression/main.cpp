@@ -996,7 +996,9 @@ int worldPareMain(int argc, char** argv) {
   if (usageStatus == 1) return 0;
   if (usageStatus != 0) return usageStatus;
   struct stat status;
-  if (stat(line.inputFileName, &status) == 0 && S_ISDIR(status.st_mode)) {
+  // A folder into the name of a world file is an input that cannot be read.
+  if (stat(line.inputFileName, &status) == 0 && S_ISDIR(status.st_mode) &&
+      !hasWorldName(line.outputFileName)) {
     SiteOptions site = {{line.leniency, line.vrml97, 0, nullptr, line.digits}, line.jobs,
                         line.reportPath};
     return pareSite(line.inputFileName, line.outputFileName, site);

@@ -19,6 +19,18 @@
 
 namespace fs = std::filesystem;
 
+bool hasWorldName(std::string name) {
+  std::transform(name.begin(), name.end(), name.begin(),
+                 [](unsigned char c) { return char(std::tolower(c)); });
+  for (const char* suffix : {".wrl", ".wrz", ".gz", ".vrml"}) {
+    size_t length = strlen(suffix);
+    if (name.size() > length && name.compare(name.size() - length, length, suffix) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
 namespace {
 
 enum class Outcome { Copied, Pared, Stopped, Failed };
@@ -32,18 +44,6 @@ struct SiteFile {
   size_t bytesOut = 0;
   std::string message;  // the first line of a stop's messages
 };
-
-bool hasWorldName(std::string name) {
-  std::transform(name.begin(), name.end(), name.begin(),
-                 [](unsigned char c) { return char(std::tolower(c)); });
-  for (const char* suffix : {".wrl", ".wrz", ".gz", ".vrml"}) {
-    size_t length = strlen(suffix);
-    if (name.size() > length && name.compare(name.size() - length, length, suffix) == 0) {
-      return true;
-    }
-  }
-  return false;
-}
 
 // A world declares itself in its first bytes: a VRML or X3D header, or the
 // gzip signature of a compressed one.
