@@ -82,7 +82,10 @@ class Site {
     for (auto i = fs::recursive_directory_iterator(input_, error);
          !error && i != fs::recursive_directory_iterator(); i.increment(error)) {
       fs::path relative = i->path().lexically_relative(input_);
-      if (i->is_directory()) {
+      std::error_code unresolved;  // a link to nothing is neither
+      if (fs::equivalent(i->path(), output_, unresolved)) {
+        i.disable_recursion_pending();  // the output inside the input
+      } else if (i->is_directory()) {
         fs::create_directories(output_ / relative, error);
       } else if (i->is_regular_file()) {
         SiteFile file;
