@@ -39,8 +39,8 @@ struct ContextCell {
 // process's own serves: its reports go to stderr and a stop ends the process.
 struct Diagnostics {
   int leniency = 0;
-  const char* inputName = "";  // FILE of the reports about a place in the input
-  bool stopPlaced = false;     // the coming stop's place is already reported
+  const char* inputName = "";       // FILE of the reports about a place in the input
+  bool stopPlaced = false;          // the coming stop's place is already reported
   std::string* messages = nullptr;  // the run's messages; NULL: stderr
   ContextCell* contextStack = nullptr;  // newest first
   int warningCount = 0;
@@ -245,14 +245,7 @@ void reportAtInput(int line, int column, const char* format, ...) {
   va_end(args);
 }
 
-void reportStopAtInput(int line, int column, const char* format, ...) {
-  if (!vrml97Option()) return;
-  va_list args;
-  va_start(args, format);
-  emitPlace(line, column, format, args);
-  va_end(args);
-  diagnostics()->stopPlaced = true;
-}
+void markStopPlaced() { diagnostics()->stopPlaced = true; }
 
 void inputCheckFailed(const char* expression, const char* file, int sourceLine, int line,
                       int column, const char* format, ...) {

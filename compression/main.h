@@ -33,9 +33,9 @@ void reportAlert(const char* format, ...) WORLDPARE_PRINTF(1);
 /// it: "FILE:LINE:COLUMN: " and a sentence saying what was found and what was
 /// expected. Without --vrml97 nothing is written. Columns count bytes from 1.
 void reportAtInput(int line, int column, const char* format, ...) WORLDPARE_PRINTF(3);
-/// As reportAtInput, for a fault that a failed check reports next: that check
-/// then adds no place of its own.
-void reportStopAtInput(int line, int column, const char* format, ...) WORLDPARE_PRINTF(3);
+/// The fault just placed by reportAtInput is the one that a failed check
+/// reports next: that check then adds no place of its own.
+void markStopPlaced();
 /// A failed check on the input: its place and sentence (--vrml97), then the
 /// report of the check as CHECK gives it.
 [[noreturn]] void inputCheckFailed(const char* expression, const char* file, int sourceLine,

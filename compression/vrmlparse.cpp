@@ -1516,10 +1516,11 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
 }
 
 void VPFile::reportUnknownNodeType() {
-  reportStopAtInput(tokenLine, tokenColumn,
-                    "found %s where a node was expected: no standard node, PROTO or "
-                    "EXTERNPROTO has this name",
-                    describeToken().c_str());
+  reportAtInput(tokenLine, tokenColumn,
+                "found %s where a node was expected: no standard node, PROTO or EXTERNPROTO has "
+                "this name",
+                describeToken().c_str());
+  markStopPlaced();
   printMessage("Line %d node type %s unknown!\n", lineNumber, token);
 }
 
@@ -1707,8 +1708,8 @@ VPFieldList* VPFile::parseNodeFields(VPFieldList* declared) {
     result->position = tokenPosition();
     parseFieldValue(result);
     if (result->redirect != nullptr) {
-      CHECK_AT(result->redirect->field->theType == bestFit->field->theType, tokenLine,
-               tokenColumn, "%s", isTypeSentence(bestFit->field, result->redirect->field).c_str());
+      CHECK_AT(result->redirect->field->theType == bestFit->field->theType, tokenLine, tokenColumn,
+               "%s", isTypeSentence(bestFit->field, result->redirect->field).c_str());
     }
     checkAliasForm(result, bestFit, fit.setForm, fit.changedForm);
     *last = result;
@@ -1806,8 +1807,7 @@ VPNodeList* VPFile::parseExternProto() {
   int openLine = tokenLine;
   result->node->fields = parseInterface(0);
   nextToken();
-  CHECK_AT(*token == ']', tokenLine, tokenColumn, "%s",
-           interfaceEndSentence(openLine).c_str());
+  CHECK_AT(*token == ']', tokenLine, tokenColumn, "%s", interfaceEndSentence(openLine).c_str());
   result->node->urls = parseMFString();
   if (!vrml97Option() || !declareProto(result->node)) {
     CHECK(protos->findString (result->node->name) == 0);
@@ -1892,7 +1892,8 @@ std::string VPFile::isTypeSentence(const VPField* field, const VPField* protoFie
 
 // A declaration's class word, or the ']' that closes the '[' of the line.
 std::string VPFile::interfaceEndSentence(int openLine) const {
-  return "found " + describeToken() + " where a declaration or ']' was expected to close the '[' of line " +
+  return "found " + describeToken() +
+         " where a declaration or ']' was expected to close the '[' of line " +
          std::to_string(openLine);
 }
 
@@ -1934,7 +1935,8 @@ void VPFile::parseRoute() {
 }
 
 std::string VPFile::definedNameSentence() const {
-  return "found " + describeToken() + " where the name of a node that DEF named before was expected";
+  return "found " + describeToken() +
+         " where the name of a node that DEF named before was expected";
 }
 
 // `event` is the class of field that the end of the route needs, besides an exposedField.
