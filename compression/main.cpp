@@ -39,6 +39,8 @@ struct ContextCell {
 // process's own serves: its reports go to stderr and a stop ends the process.
 struct Diagnostics {
   int leniency = 0;
+  const char* inputName = "";       // FILE of the reports about a place in the input
+  bool stopPlaced = false;          // the coming stop's place is already reported
   std::string* messages = nullptr;  // the run's messages; NULL: stderr
   ContextCell* contextStack = nullptr;  // newest first
   int warningCount = 0;
@@ -224,6 +226,36 @@ void assertionFailed(const char* expression, const char* file, int line) {
                slash != nullptr ? slash + 1 : file, line);
   dumpContext();
   stopRun();
+}
+
+namespace {
+
+void emitPlace(int line, int column, const char* format, va_list args) {
+  emit(std::string(diagnostics()->inputName) + ":" + std::to_string(line) + ":" +
+       std::to_string(column) + ": " + formatText(format, args) + "\n");
+}
+
+}  // namespace
+
+void reportAtInput(int line, int column, const char* format, ...) {
+  if (!vrml97Option()) return;
+  va_list args;
+  va_start(args, format);
+  emitPlace(line, column, format, args);
+  va_end(args);
+}
+
+void markStopPlaced() { diagnostics()->stopPlaced = true; }
+
+void inputCheckFailed(const char* expression, const char* file, int sourceLine, int line,
+                      int column, const char* format, ...) {
+  if (vrml97Option() && diagnostics()->trialDepths.empty() && !diagnostics()->stopPlaced) {
+    va_list args;
+    va_start(args, format);
+    emitPlace(line, column, format, args);
+    va_end(args);
+  }
+  assertionFailed(expression, file, sourceLine);
 }
 
 __thread RunContext* currentRun = &processContext;
@@ -807,6 +839,7 @@ void beginRun(Run* run) {
   context.heap = &run->heap;
   context.diagnostics = &run->diagnostics;
   run->diagnostics.leniency = run->options->leniency ? 1 : 0;
+  run->diagnostics.inputName = run->inputName;
   run->diagnostics.messages = &run->messages;
 }
 

@@ -28,6 +28,24 @@ void reportError(const char* format, ...) WORLDPARE_PRINTF(1);
 /// A remark that never stops the run.
 void reportAlert(const char* format, ...) WORLDPARE_PRINTF(1);
 [[noreturn]] void assertionFailed(const char* expression, const char* file, int line);
+
+/// --vrml97: the first line of a report about the input, as compilers write
+/// it: "FILE:LINE:COLUMN: " and a sentence saying what was found and what was
+/// expected. Without --vrml97 nothing is written. Columns count bytes from 1.
+void reportAtInput(int line, int column, const char* format, ...) WORLDPARE_PRINTF(3);
+/// The fault just placed by reportAtInput is the one that a failed check
+/// reports next: that check then adds no place of its own.
+void markStopPlaced();
+/// A failed check on the input: its place and sentence (--vrml97), then the
+/// report of the check as CHECK gives it.
+[[noreturn]] void inputCheckFailed(const char* expression, const char* file, int sourceLine,
+                                   int line, int column, const char* format, ...)
+    WORLDPARE_PRINTF(6);
+/// A check whose failure concerns a place in the input; the arguments after
+/// the place are the sentence's format and values.
+#define CHECK_AT(condition, line, column, ...) \
+  ((condition) ? (void)0                       \
+               : inputCheckFailed(#condition, __FILE__, __LINE__, line, column, __VA_ARGS__))
 /// Ends the run with status -3.
 [[noreturn]] void stopRun();
 

@@ -109,7 +109,7 @@ void VPFile::addStandIns() {
     for (VPFieldList* cell = proto->fields; cell != nullptr; cell = cell->next) {
       if (!cell->field->hasValue() || cell->field->holdsNodes()) continue;
       *last = newRecord<VPFieldList>();
-      **last = {nullptr, cell->field, nullptr, cell->value, FIELD_NO_DEFAULT};
+      **last = {nullptr, cell->field, nullptr, cell->value, FIELD_NO_DEFAULT, cell->position};
       last = &(*last)->next;
     }
     VPNodeList* listCell = newRecord<VPNodeList>();
@@ -209,6 +209,11 @@ void VPNode::scanVrml97Script(VPFieldList* urlCell) {
   bool simulated = text != nullptr && !program->makesRoutes &&
                    runTrial([program, text]() { program->parseScript(text); });
   if (!simulated) program->abandonEntry();
+  if (text != nullptr && !program->makesRoutes && !simulated) {
+    reportAtInput(urlCell->position.line, urlCell->position.column,
+                  "found a script that does not parse where JavaScript was expected: the Script "
+                  "is kept as written and taken to do anything it can");
+  }
 }
 
 /* ---------------------------------------------------------------------------
@@ -288,6 +293,7 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
   newNode->nodeType = originalNode->nodeType;
   newNode->other.baseProto = originalNode->other.baseProto;
   newNode->name = originalNode->name;
+  newNode->position = originalNode->position;
   for (VPRouteList* cell = originalNode->other.routesIn; cell != nullptr; cell = cell->next) {
     VPNode* sourceCopy = cell->route->sourceNode->findShadow(this);
     if (sourceCopy != nullptr) {
@@ -328,6 +334,7 @@ VPFieldList* VPNode::copyFieldList(VPNode* newNode, VPFieldList* cells) {
   for (VPFieldList* cell = cells; cell != nullptr; cell = cell->next) {
     VPFieldList* copy = newRecord<VPFieldList>();
     copy->field = cell->field;
+    copy->position = cell->position;
     if (cell->redirect == nullptr && cell->field->holdsNodes()) {
       VPValue** lastValue = &copy->value;
       for (VPValue* value = cell->value; value != nullptr; value = value->next) {

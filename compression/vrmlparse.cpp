@@ -554,7 +554,7 @@ VPRoute* VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest,
   CHECK(source->nodeType == OTHER || source->nodeType == SCRIPT);
   CHECK(dest->nodeType == OTHER || dest->nodeType == SCRIPT);
   VPRoute* route = newRecord<VPRoute>();
-  *route = {source, sourceField, dest, destField, nullptr};
+  *route = {source, sourceField, dest, destField, nullptr, {0, 0}};
   VPRouteList* out = newRecord<VPRouteList>();
   *out = {source->other.routesOut, route};
   source->other.routesOut = out;
@@ -600,12 +600,28 @@ void parseItems(VPFile* file, VPNodeList** last) {
   file->nestedDeclarations = outerDeclarations;
 }
 
+// --vrml97: the byte order mark that editors on Windows write before the
+// header, which browsers pass over.
+char* skipByteOrderMark(char* text) {
+  return vrml97Option() && strncmp(text, "\xEF\xBB\xBF", 3) == 0 ? text + 3 : text;
+}
+
+const char* describeHeader(const char* text) {
+  if (strncmp(text, "#VRML V1.0", 10) == 0) return "a VRML 1.0 header";
+  if (strncmp(text, "#X3D", 4) == 0) return "an X3D header";
+  if (strncmp(text, "#VRML", 5) == 0) return "another VRML header";
+  return "no VRML header";
+}
+
 }  // namespace
 
 void VPFile::parseText(char* text) {
-  startText(text);
+  startText(skipByteOrderMark(text));
   skipSpace();
   if (strncmp(cursor, "#VRML V2.0 utf8", 15) != 0) {
+    reportAtInput(lineNumber, int(cursor - lineStart) + 1,
+                  "found %s where \"#VRML V2.0 utf8\" was expected: worldPare reads VRML 2.0",
+                  describeHeader(cursor));
     printMessage("This is not a VRML 2.0 file\n");
     CHECK(0);
   }
@@ -620,12 +636,16 @@ void VPFile::startText(char* text) {
   savedChar = static_cast<unsigned char>(*text);
   pushedBack = 0;
   lineNumber = 1;
+  lineStart = text;
 }
 
 void VPFile::skipSpace() {
   *cursor = char(savedChar);
   while (isspace(static_cast<unsigned char>(*cursor))) {
-    if (*cursor == '\n') lineNumber++;
+    if (*cursor == '\n') {
+      lineNumber++;
+      lineStart = cursor + 1;
+    }
     cursor++;
   }
   savedChar = static_cast<unsigned char>(*cursor);
@@ -656,7 +676,7 @@ void VPFile::nextToken() {
     unsigned char c = *cursor;
     if (c == '\n') {
       lineNumber++;
-      cursor++;
+      lineStart = ++cursor;
     } else if (isspace(c) || c == ',') {
       cursor++;
     } else if (c == '#') {
@@ -666,6 +686,8 @@ void VPFile::nextToken() {
     }
   }
   token = cursor;
+  tokenLine = lineNumber;
+  tokenColumn = int(cursor - lineStart) + 1;
   unsigned char c = *cursor;
   if (vrml97Option() ? isVrml97NameStart(c) : isIdentifierStart(c)) {
     scanIdentifier();
@@ -739,7 +761,10 @@ void VPFile::scanString() {
       p++;
       if (*p == 0) break;
     }
-    if (*p == '\n') lineNumber++;
+    if (*p == '\n') {
+      lineNumber++;
+      lineStart = p + 1;
+    }
     p++;
   }
   if (*p == '"') p++;
@@ -1239,10 +1264,11 @@ VPValue* newFloatCell(float value) {
 void VPFile::parseFieldValue(VPFieldList* cell) {
   nextToken();
   if (strcmp(token, "IS") == 0) {
-    CHECK(currentProto != NULL);
+    CHECK_AT(currentProto != NULL, tokenLine, tokenColumn,
+             "found IS outside a PROTO body, where a value was expected");
     nextToken();
     VPFieldList* declared = findDeclaredField(currentProto->fields, token);
-    if (declared == nullptr) CHECK(0);
+    if (declared == nullptr) CHECK_AT(0, tokenLine, tokenColumn, "%s", isTargetSentence().c_str());
     cell->redirect = newRedirect(currentProto, declared->field);
     return;
   }
@@ -1272,6 +1298,8 @@ VPValue* VPFile::parseFloatTuple(int count, const char* partialWord) {
   if (!parseFloatToken(&values[0])) return nullptr;
   for (int i = 1; i < count; i++) {
     if (!parseFloatToken(&values[i])) {
+      reportAtInput(tokenLine, tokenColumn, "found %s where a number was expected: an SF%s has %d",
+                    describeToken().c_str(), partialWord, count);
       printMessage("Partial %s on line %d\n", partialWord, lineNumber);
       return nullptr;
     }
@@ -1333,16 +1361,22 @@ VPValue* VPFile::parseSFImage() {
   VPImage* image = newRecord<VPImage>();
   image->width = tokValue.intValue;
   nextToken();
-  CHECK(tokType == TokInt);
+  CHECK_AT(tokType == TokInt, tokenLine, tokenColumn,
+           "found %s where a whole number was expected: the height of an SFImage",
+           describeToken().c_str());
   image->height = tokValue.intValue;
   nextToken();
-  CHECK(tokType == TokInt);
+  CHECK_AT(tokType == TokInt, tokenLine, tokenColumn,
+           "found %s where a whole number was expected: the components of an SFImage",
+           describeToken().c_str());
   image->components = tokValue.intValue;
   int64_t count = pixelCount(image);
   if (count >= 1) image->pixels = newArray<int32_t>(size_t(count));
   for (int64_t i = 0; i < count; i++) {
     nextToken();
-    CHECK(tokType == TokInt);
+    CHECK_AT(tokType == TokInt, tokenLine, tokenColumn,
+             "found %s where a whole number was expected: pixel %d of the %d of an SFImage",
+             describeToken().c_str(), int(i + 1), int(count));
     image->pixels[i] = tokValue.intValue;
   }
   VPValue* cell = newRecord<VPValue>();
@@ -1357,6 +1391,7 @@ VPValue* VPFile::parseList(VPValue* (VPFile::*elementReader)()) {
     pushBack();
     return (this->*elementReader)();
   }
+  int openLine = tokenLine;
   VPValue* head = nullptr;
   VPValue** nextValue = &head;
   while (VPValue* cell = (this->*elementReader)()) {
@@ -1365,7 +1400,9 @@ VPValue* VPFile::parseList(VPValue* (VPFile::*elementReader)()) {
     nextValue = &cell->next;
   }
   nextToken();
-  CHECK(*token == ']');
+  CHECK_AT(*token == ']', tokenLine, tokenColumn,
+           "found %s where ']' was expected to close the '[' of line %d", describeToken().c_str(),
+           openLine);
   return head;
 }
 
@@ -1397,16 +1434,14 @@ VPNodeList* VPFile::parseNodeOrProto() {
     if (strcmp(token, "EXTERNPROTO") == 0) return parseExternProto();
     if (strcmp(token, "PROTO") == 0) return parseProto();
     if (strcmp(token, "NULL") == 0) return newNodeList(nullptr);
-    if (strcmp(token, "DEF") == 0) {
+    if (strcmp(token, "DEF") == 0 || strcmp(token, "USE") == 0) {
+      bool isUse = token[0] == 'U';
       nextToken();
-      CHECK(tokType == TokId);
-      return parseNode(copyString(token));
-    }
-    if (strcmp(token, "USE") == 0) {
-      nextToken();
-      CHECK(tokType == TokId);
+      CHECK_AT(tokType == TokId, tokenLine, tokenColumn, "found %s where a name was expected",
+               describeToken().c_str());
+      if (!isUse) return parseNode(copyString(token));
       VPNode* node = findNamedNode(token);
-      CHECK(node != NULL);
+      CHECK_AT(node != NULL, tokenLine, tokenColumn, "%s", definedNameSentence().c_str());
       node->other.refCount++;
       return newNodeList(node);
     }
@@ -1434,14 +1469,18 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
   nextToken();
   VPNode* proto = findProto(token);
   if (proto == nullptr) {
-    if (tokType == TokId) printMessage("Line %d node type %s unknown!\n", lineNumber, token);
+    if (tokType == TokId) reportUnknownNodeType();
     pushBack();
     return nullptr;
   }
+  InputPosition position = tokenPosition();
   nextToken();
-  CHECK(*token == '{');
+  CHECK_AT(*token == '{', tokenLine, tokenColumn, "found %s where '{' was expected after %s",
+           describeToken().c_str(), proto->name);
+  int openLine = tokenLine;
   VPNodeList* result = newNodeList(newRecord<VPNode>());
   VPNode* node = result->node;
+  node->position = position;
   node->other.refCount = 1;
   node->other.baseProto = proto;
   node->nodeType = strcmp(proto->name, "Script") == 0 ? VPNode::SCRIPT : VPNode::OTHER;
@@ -1464,7 +1503,7 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
     node->fields = parseNodeFields(proto->fields);
   }
   nextToken();
-  CHECK(*token == '}');
+  CHECK_AT(*token == '}', tokenLine, tokenColumn, "%s", nodeEndSentence(proto, openLine).c_str());
   if (earlier != nullptr) {
     result->node = earlier;
   } else if (proto->nodeType == VPNode::PROTO) {
@@ -1474,6 +1513,40 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
     proto->instances = instance;
   }
   return result;
+}
+
+void VPFile::reportUnknownNodeType() {
+  reportAtInput(tokenLine, tokenColumn,
+                "found %s where a node was expected: no standard node, PROTO or EXTERNPROTO has "
+                "this name",
+                describeToken().c_str());
+  markStopPlaced();
+  printMessage("Line %d node type %s unknown!\n", lineNumber, token);
+}
+
+namespace {
+
+// Fields that X3D added to the nodes of VRML 2.0, which worlds of X3D tools carry.
+bool isX3dField(const char* name) {
+  for (const char* x3dField : {"metadata", "visible", "bboxDisplay", "castShadow"}) {
+    if (strcmp(name, x3dField) == 0) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+// What stands where a node's fields end: a field that its type lacks, or the
+// end of the text where its '}' is missing.
+std::string VPFile::nodeEndSentence(const VPNode* proto, int openLine) const {
+  std::string found = "found " + describeToken();
+  if (tokType == TokNone) {
+    return found + " where '}' was expected to close the '{' of line " + std::to_string(openLine);
+  }
+  std::string expected = " where a field of " + std::string(proto->name) + " or '}' was expected";
+  if (tokType != TokId) return found + expected;
+  return found + (isX3dField(token) ? ", an X3D field that " : ", a field that ") + proto->name +
+         " does not have," + expected;
 }
 
 // --vrml97Option: a Script's interface declarations and its other fields in any order.
@@ -1596,6 +1669,8 @@ void VPFile::checkAliasForm(VPFieldList* result, VPFieldList* bestFit, bool setF
     CHECK(result->redirect->field->theClass == VPField::EVENT_IN);
     if (bestFit->field->theClass != VPField::EXPOSED_FIELD) {
       const char* name = bestFit->field->name;
+      reportAtInput(result->position.line, result->position.column,
+                    "found set_%s where %s was expected: %s is no exposedField", name, name, name);
       printMessage("Warning: Line %d, set_%s converted to %s\n", lineNumber, name, name);
     }
   } else if (changedForm) {
@@ -1630,9 +1705,11 @@ VPFieldList* VPFile::parseNodeFields(VPFieldList* declared) {
     }
     VPFieldList* result = newRecord<VPFieldList>();
     result->field = bestFit->field;
+    result->position = tokenPosition();
     parseFieldValue(result);
     if (result->redirect != nullptr) {
-      CHECK(result->redirect->field->theType == bestFit->field->theType);
+      CHECK_AT(result->redirect->field->theType == bestFit->field->theType, tokenLine, tokenColumn,
+               "%s", isTypeSentence(bestFit->field, result->redirect->field).c_str());
     }
     checkAliasForm(result, bestFit, fit.setForm, fit.changedForm);
     *last = result;
@@ -1662,14 +1739,18 @@ VPFieldList* VPFile::parseDeclaration(int withValues) {
   }
   VPField* field = newRecord<VPField>();
   field->theClass = theClass;
+  InputPosition position = tokenPosition();
   nextToken();
   field->theType = findTypeWord(token);
-  CHECK(field->theType != VPField::TypeNone);
+  CHECK_AT(field->theType != VPField::TypeNone, tokenLine, tokenColumn,
+           "found %s where a field type was expected", describeToken().c_str());
   nextToken();
-  CHECK(tokType == TokId);
+  CHECK_AT(tokType == TokId, tokenLine, tokenColumn, "found %s where the name of a %s was expected",
+           describeToken().c_str(), fieldClassWords[theClass]);
   field->name = copyString(token);
   VPFieldList* cell = newRecord<VPFieldList>();
   cell->field = field;
+  cell->position = position;
   if (!withValues) {
     nextToken();
     if (*token != '=') {
@@ -1690,7 +1771,10 @@ VPFieldList* VPFile::parseDeclaration(int withValues) {
   }
   // A Script's field tied to a PROTO field of another type would read the
   // values of one type as the other.
-  if (cell->redirect != nullptr) CHECK(cell->redirect->field->theType == field->theType);
+  if (cell->redirect != nullptr) {
+    CHECK_AT(cell->redirect->field->theType == field->theType, tokenLine, tokenColumn, "%s",
+             isTypeSentence(field, cell->redirect->field).c_str());
+  }
   return cell;
 }
 
@@ -1700,10 +1784,11 @@ void VPFile::parseEventIs(VPFieldList* cell) {
     pushBack();
     return;
   }
-  CHECK(currentProto != NULL);
+  CHECK_AT(currentProto != NULL, tokenLine, tokenColumn,
+           "found IS outside a PROTO body, where an event's IS or a declaration was expected");
   nextToken();
   VPFieldList* iter = findDeclaredField(currentProto->fields, token);
-  CHECK(iter != NULL);
+  CHECK_AT(iter != NULL, tokenLine, tokenColumn, "%s", isTargetSentence().c_str());
   cell->redirect = newRedirect(currentProto, iter->field);
 }
 
@@ -1711,14 +1796,18 @@ void VPFile::parseEventIs(VPFieldList* cell) {
 VPNodeList* VPFile::parseExternProto() {
   VPNodeList* result = newNodeList(newRecord<VPNode>());
   result->node->nodeType = VPNode::EXTERNPROTO;
+  result->node->position = tokenPosition();
   nextToken();
-  CHECK(tokType == TokId);
+  CHECK_AT(tokType == TokId, tokenLine, tokenColumn, "found %s where a name was expected",
+           describeToken().c_str());
   result->node->name = copyString(token);
   nextToken();
-  CHECK(*token == '[');
+  CHECK_AT(*token == '[', tokenLine, tokenColumn, "found %s where '[' was expected",
+           describeToken().c_str());
+  int openLine = tokenLine;
   result->node->fields = parseInterface(0);
   nextToken();
-  CHECK(*token == ']');
+  CHECK_AT(*token == ']', tokenLine, tokenColumn, "%s", interfaceEndSentence(openLine).c_str());
   result->node->urls = parseMFString();
   if (!vrml97Option() || !declareProto(result->node)) {
     CHECK(protos->findString (result->node->name) == 0);
@@ -1733,17 +1822,23 @@ VPNodeList* VPFile::parseProto() {
   VPNodeList* result = newNodeList(newRecord<VPNode>());
   VPNode* proto = result->node;
   proto->nodeType = VPNode::PROTO;
+  proto->position = tokenPosition();
   nextToken();
-  CHECK(tokType == TokId);
+  CHECK_AT(tokType == TokId, tokenLine, tokenColumn, "found %s where a name was expected",
+           describeToken().c_str());
   proto->name = copyString(token);
   pushContext("Parsing PROTO %s", proto->name);
   nextToken();
-  CHECK(*token == '[');
+  CHECK_AT(*token == '[', tokenLine, tokenColumn, "found %s where '[' was expected",
+           describeToken().c_str());
+  int openLine = tokenLine;
   proto->fields = parseInterface(1);
   nextToken();
-  CHECK(*token == ']');
+  CHECK_AT(*token == ']', tokenLine, tokenColumn, "%s", interfaceEndSentence(openLine).c_str());
   nextToken();
-  CHECK(*token == '{');
+  CHECK_AT(*token == '{', tokenLine, tokenColumn, "found %s where '{' was expected",
+           describeToken().c_str());
+  openLine = tokenLine;
   if (!vrml97Option()) CHECK(currentProto == NULL);
   VPNode* outerProto = currentProto;
   StringTable* outerNamedNodes = currentProtoNamedNodes;
@@ -1760,7 +1855,9 @@ VPNodeList* VPFile::parseProto() {
   currentProtoNamedNodes = outerNamedNodes;
   currentProto = outerProto;
   nextToken();
-  CHECK(*token == '}');
+  CHECK_AT(*token == '}', tokenLine, tokenColumn,
+           "found %s where a node or '}' was expected to close the '{' of line %d",
+           describeToken().c_str(), openLine);
   popContext();
   if (!vrml97Option() || !declareProto(proto)) {
     if (protos->findString(proto->name) != nullptr) {
@@ -1775,36 +1872,77 @@ VPNodeList* VPFile::parseProto() {
   return result;
 }
 
+std::string VPFile::describeToken() const {
+  if (tokType == TokNone) return "the end of the file";
+  if (tokType == TokString) return token;
+  return std::string("'") + token + "'";
+}
+
+std::string VPFile::isTargetSentence() const {
+  return "found " + describeToken() + " after IS where a field of PROTO " + currentProto->name +
+         " was expected";
+}
+
+// A field and the PROTO field that it IS must be of one type.
+std::string VPFile::isTypeSentence(const VPField* field, const VPField* protoField) const {
+  return "found IS " + describeToken() + ", a field of type " +
+         fieldType(protoField->theType).word + ", where a field of type " +
+         fieldType(field->theType).word + " was expected for " + field->name;
+}
+
+// A declaration's class word, or the ']' that closes the '[' of the line.
+std::string VPFile::interfaceEndSentence(int openLine) const {
+  return "found " + describeToken() +
+         " where a declaration or ']' was expected to close the '[' of line " +
+         std::to_string(openLine);
+}
+
 void VPFile::expectPoint() {
   nextToken();
-  CHECK(token[0] == '.' && token[1] == 0);
+  CHECK_AT(token[0] == '.' && token[1] == 0, tokenLine, tokenColumn,
+           "found %s where '.' was expected", describeToken().c_str());
 }
 
 // Route: ROUTE Id "." Id TO Id "." Id
 // The source knows the "_changed" alias, the destination the "set_" alias.
 void VPFile::parseRoute() {
+  InputPosition position = tokenPosition();
   nextToken();
   VPNode* sourceNode = findNamedNode(token);
-  CHECK(sourceNode != NULL);
+  CHECK_AT(sourceNode != NULL, tokenLine, tokenColumn, "%s", definedNameSentence().c_str());
   CHECK(sourceNode->nodeType == VPNode::OTHER || sourceNode->nodeType == VPNode::SCRIPT);
   expectPoint();
   nextToken();
   VPFieldList* sourceCell = findInstanceField(sourceNode, token, CHANGED_ALIAS);
   VPField* sourceField = sourceCell != nullptr ? sourceCell->field : nullptr;
-  CHECK(sourceField != NULL);
+  CHECK_AT(sourceField != NULL, tokenLine, tokenColumn, "%s",
+           routeFieldSentence(sourceNode, "an eventOut").c_str());
   sourceCell->flags |= FIELD_ROUTE_SOURCE;
   nextToken();
-  CHECK(strcmp (token, "TO") == 0);
+  CHECK_AT(strcmp (token, "TO") == 0, tokenLine, tokenColumn, "found %s where TO was expected",
+           describeToken().c_str());
   nextToken();
   VPNode* destNode = findNamedNode(token);
-  CHECK(destNode != NULL);
+  CHECK_AT(destNode != NULL, tokenLine, tokenColumn, "%s", definedNameSentence().c_str());
   CHECK(destNode->nodeType == VPNode::OTHER || destNode->nodeType == VPNode::SCRIPT);
   expectPoint();
   nextToken();
   VPFieldList* destCell = findInstanceField(destNode, token, SET_ALIAS);
   VPField* destField = destCell != nullptr ? destCell->field : nullptr;
-  CHECK(destField != NULL);
-  VPNode::addRoute(sourceNode, sourceField, destNode, destField);
+  CHECK_AT(destField != NULL, tokenLine, tokenColumn, "%s",
+           routeFieldSentence(destNode, "an eventIn").c_str());
+  VPNode::addRoute(sourceNode, sourceField, destNode, destField)->position = position;
+}
+
+std::string VPFile::definedNameSentence() const {
+  return "found " + describeToken() +
+         " where the name of a node that DEF named before was expected";
+}
+
+// `event` is the class of field that the end of the route needs, besides an exposedField.
+std::string VPFile::routeFieldSentence(const VPNode* node, const char* event) const {
+  return "found " + describeToken() + " where " + event + " or exposedField of " +
+         node->other.baseProto->name + " " + node->name + " was expected";
 }
 
 /* ---------------------------------------------------------------------------

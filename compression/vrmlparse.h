@@ -6,12 +6,21 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 #include <vector>
 
 #include "stringtable.h"
 
 struct VPNode;
 struct VPFieldList;
+
+/// Where something began in the input text: a line from 1 and a column that
+/// counts bytes from 1. Numbers, not pointers: the text may be gone when a
+/// pass reports. Line 0: made by a pass, not read.
+struct InputPosition {
+  int line;
+  int column;
+};
 
 constexpr int VP_FIELD_CLASS_COUNT = 4;
 constexpr int VP_FIELD_TYPE_COUNT = 20;
@@ -89,6 +98,7 @@ struct VPFieldList {
   VPRedirect* redirect;  ///< set for IS; then value is NULL
   VPValue* value;
   int flags;             ///< FIELD_ bits
+  InputPosition position;  ///< of the field's name
 };
 
 struct VPRoute {
@@ -99,6 +109,7 @@ struct VPRoute {
   /// A route from a copy inside an instance: the route out of the instance
   /// that it was made for (redirectRouteOut).
   VPRoute* twinOf;
+  InputPosition position;  ///< of the word ROUTE
 };
 
 struct VPRouteList {
@@ -143,6 +154,7 @@ struct VPNode {
   VPFieldList* fields;
   int visited;  ///< the one mark of all traversals; clear between them
   int scriptSeen;  ///< --vrml97: 1 a Script may see its values, 2 may also hold it
+  InputPosition position;  ///< of the type name of an instance, of the word of a declaration
 
   VPValue* urls;            ///< EXTERNPROTO
   int isBuiltin;            ///< EXTERNPROTO: a standard node of the built-in library
@@ -307,6 +319,9 @@ struct VPFile {
     float floatValue;  ///< TokFloat
   } tokValue = {0};
   int lineNumber = 1;
+  char* lineStart = nullptr;  ///< where the line of the scan position begins
+  int tokenLine = 1;          ///< where the current token began
+  int tokenColumn = 1;
   VPNode* currentProto = nullptr;  ///< the PROTO whose body is being parsed
   StringTable* currentProtoNamedNodes = nullptr;
   StringTable* protos;             ///< every PROTO and EXTERNPROTO by type name
@@ -335,6 +350,9 @@ struct VPFile {
   // Tokenizer.
   void nextToken();
   void pushBack() { pushedBack = 1; }
+  InputPosition tokenPosition() const { return {tokenLine, tokenColumn}; }
+  /// The current token in a report's sentence: quoted, or "the end of the file".
+  std::string describeToken() const;
 
   // Values.
   void parseFieldValue(VPFieldList* cell);
@@ -393,6 +411,14 @@ struct VPFile {
   void scanNumber();
   void scanString();
   void expectPoint();
+  // The sentences of reports about the input at the current token.
+  std::string isTargetSentence() const;
+  std::string isTypeSentence(const VPField* field, const VPField* protoField) const;
+  std::string nodeEndSentence(const VPNode* proto, int openLine) const;
+  void reportUnknownNodeType();
+  std::string interfaceEndSentence(int openLine) const;
+  std::string definedNameSentence() const;
+  std::string routeFieldSentence(const VPNode* node, const char* event) const;
   VPValue* parseFloatTuple(int count, const char* partialWord);
   VPNodeList* newNodeList(VPNode* node);
   VPFieldList* parseDeclaration(int withValues);
