@@ -627,6 +627,14 @@ void VPFile::parseText(char* text) {
   }
   hiddenNodes.assign(1, {});
   parseItems(this, &topLevel);
+  // A browser refuses a world whose text goes on after what it can read; the
+  // part before it alone would not do what the world does.
+  if (vrml97Option()) {
+    nextToken();
+    CHECK_AT(tokType == TokNone, tokenLine, tokenColumn,
+             "found %s where a node, PROTO, EXTERNPROTO or ROUTE was expected",
+             describeToken().c_str());
+  }
   renameHiddenNodes(namedNodes);
   hiddenNodes.clear();
 }
