@@ -280,7 +280,6 @@ TEST(ScriptSimulation, RecursionEndsByRepeatedArgumentsAndNestingIsBounded) {
 }
 
 TEST(ScriptSimulation, TooFewArgumentsIsAnAlert) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         Simulation simulation("function f(a, b) { x = b; } function g() { f(1); f(1, 2, 3); }");

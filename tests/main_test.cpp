@@ -12,7 +12,6 @@ namespace {
 
 // The counters run across the whole process: a fresh one counts from zero.
 TEST(Reporting, AlertsDumpTheContextOldestFirstAndFallSilentAfterThree) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         pushContext("Parsing PROTO %s", "Door");
@@ -52,7 +51,6 @@ TEST(Reporting, LongTextsAreCutAfter1023Characters) {
 // 6000 lines of 1052 bytes make a dump of more than 5 MB: it keeps the 249
 // lines that fit in 256 KB at each end, and counts the 5502 between them.
 TEST(Reporting, AHugeDumpKeepsItsEndsAndCountsTheLinesBetween) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   std::string name(2000, 'n');
   // The child that runs the death test is a new process: the name must not vary.
   std::string path = testing::TempDir() + "worldpare-huge-dump.txt";
