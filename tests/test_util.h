@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "jsparser.h"
+#include "main.h"
 #include "vrmlparse.h"
 
 /// A new file with the built-in library. A scene is never released, as in a
@@ -64,90 +65,16 @@ inline VPFile* cascadedWorld(const std::string& body) {
   return file;
 }
 
-/// The world through every pass of a run, written.
+/// The world through every pass of a run under the run options, written
+/// once (a run pares its output again until it settles).
 inline std::string compressedWorld(const std::string& body) {
   VPFile* file = cascadedWorld(body);
   file->pruneProtoInterfaces();
   file->pruneSwitches();
   file->dropDefNames();
+  if (digitsOption() != 0) file->roundUnseenFloats(digitsOption());
+  if (vrml97Option()) file->shareIdenticalNodes();
   return writtenWorld(file);
-}
-
-/// A token of a world in the writer's fixed form (one item to a line), and
-/// whether a line break stood before it; a string is one token.
-struct FixedToken {
-  std::string text;
-  bool atLineStart;
-};
-
-inline std::vector<FixedToken> fixedTokens(const std::string& text) {
-  std::vector<FixedToken> tokens;
-  bool lineStart = true;
-  for (size_t i = 0; i < text.size();) {
-    if (text[i] == ' ' || text[i] == '\n') {
-      lineStart = lineStart || text[i] == '\n';
-      i++;
-      continue;
-    }
-    size_t end = i + 1;
-    if (text[i] == '"') {
-      while (end < text.size() && text[end] != '"') end += text[end] == '\\' ? 2 : 1;
-      end++;
-    } else if (strchr("{}[]", text[i]) == nullptr) {
-      while (end < text.size() && strchr(" \n{}[]\"", text[end]) == nullptr) end++;
-    }
-    tokens.push_back({text.substr(i, end - i), lineStart});
-    lineStart = false;
-    i = end;
-  }
-  return tokens;
-}
-
-/// Whether two tokens of a world would read as one without a blank between
-/// them: names, words and numbers do, but a number ends before a sign, and
-/// one with a point or an exponent before a point.
-inline bool tokensJoin(const std::string& before, const std::string& after) {
-  auto continues = [](char c) {
-    return c == '.' || (static_cast<unsigned char>(c) > ' ' && strchr("\"#',[]\\{}=", c) == nullptr);
-  };
-  if (before.empty() || !continues(before.back()) || !continues(after[0])) return false;
-  bool number = strchr("0123456789+-.", before[0]) != nullptr;
-  bool pointed = before.find_first_of(".e") != std::string::npos;
-  return !(number && after[0] == '-') && !(number && pointed && after[0] == '.');
-}
-
-/// A world written in the fixed form, as --vrml97 spaces it: a line break
-/// before each field, declaration and ROUTE, elsewhere a blank only between
-/// two tokens that would read as one, and no line break at the end. The
-/// header line and strings stay as they are.
-inline std::string denseForm(const std::string& fixed) {
-  size_t headerEnd = fixed.compare(0, 5, "#VRML") == 0 ? fixed.find('\n') + 1 : 0;
-  std::string dense = fixed.substr(0, headerEnd);
-  // The open scopes: 'N' the fields of a node, 'I' an interface, 'B' a PROTO
-  // body, 'V' a list of values or nodes.
-  std::string scopes;
-  std::string before[2];
-  bool interfaceClosed = false;
-  for (const FixedToken& token : fixedTokens(fixed.substr(headerEnd))) {
-    char first = token.text[0];
-    bool closes = first == '}' || first == ']';
-    bool field = !closes && token.atLineStart && !scopes.empty() &&
-                 (scopes.back() == 'N' || scopes.back() == 'I');
-    if (token.text == "ROUTE" || field) {
-      if (!dense.empty() && dense.back() != '\n') dense += '\n';
-    } else if (tokensJoin(before[1], token.text)) {
-      dense += ' ';
-    }
-    dense += token.text;
-    bool declaration = before[0] == "PROTO" || before[0] == "EXTERNPROTO";
-    if (first == '[') scopes += declaration ? 'I' : 'V';
-    if (first == '{') scopes += interfaceClosed ? 'B' : 'N';
-    interfaceClosed = closes && scopes.back() == 'I';
-    if (closes) scopes.pop_back();
-    before[0] = before[1];
-    before[1] = token.text;
-  }
-  return dense;
 }
 
 /// A new program, reachable to the end of the tests as a scene's would be.
