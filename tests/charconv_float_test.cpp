@@ -14,9 +14,6 @@
 
 namespace {
 
-using charconv_float::ComputedWay;
-using charconv_float::Decimal;
-
 template <class Number>
 std::string libraryShortest(Number value) {
   char text[64];
@@ -167,18 +164,6 @@ TEST(CharconvFloat, ReadsAsMuchOfATextAsTheLibrary) {
     EXPECT_EQ(ours.ec, library.ec) << text;
     EXPECT_EQ(memcmp(&expected, &read, sizeof read), 0)
         << text << ": " << read << ", not " << expected;
-  }
-}
-
-// Both ways are taken: the fast one for numbers as worlds hold them, the
-// exact one beyond the exact powers of ten.
-TEST(CharconvFloat, FastWayDecidesOrdinaryNumbersOnly) {
-  Decimal decimal;
-  for (float value : {0.1f, 12.34567f, 1024.0f, 3.0e-7f}) {
-    EXPECT_TRUE(charconv_float::shortestDecimal<ComputedWay>(value, &decimal)) << value;
-  }
-  for (float value : {1e30f, 1e-30f, 3.4028235e38f}) {
-    EXPECT_FALSE(charconv_float::shortestDecimal<ComputedWay>(value, &decimal)) << value;
   }
 }
 

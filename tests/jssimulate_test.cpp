@@ -142,6 +142,15 @@ TEST(ScriptPruning, ConstantsFoldAndNeedlessParenthesesGo) {
             "function k() {\nreturn true;\n}\n");
 }
 
+// Operators group by level, and within a level from the left: the folded
+// value shows the grouping.
+TEST(ScriptPruning, OperatorsGroupByLevelThenFromTheLeft) {
+  EXPECT_EQ(prunedAfter("function f() { a = 8 - 4 - 2; b = 12 / 2 / 3; c = 2 + 3 * 4;\n"
+                        "  d = 0x10 + 017 + 1.5e1; e = true || true && false; }\n",
+                        {"f"}),
+            "function f() {\na=2;\nb=2;\nc=14;\nd=46;\ne=true;\n}\n");
+}
+
 TEST(ScriptPruning, StatementsWithoutEffectGoAndVarListsJoin) {
   EXPECT_EQ(prunedAfter("function f() {\n"
                         "  x; 1 + 2; (x); x++; k(); var a; var b = 1; ; { } { k(); k(); }\n"

@@ -56,6 +56,13 @@ inline std::string rewrittenWorld(const std::string& body) {
   return writtenWorld(file);
 }
 
+/// The world read and scanned.
+inline VPFile* scannedWorld(const std::string& body) {
+  VPFile* file = parseWorld(body);
+  file->scanNodes();
+  return file;
+}
+
 /// The world read, scanned, its PROTO defaults hoisted and the cascade run.
 inline VPFile* cascadedWorld(const std::string& body) {
   VPFile* file = parseWorld(body);
@@ -95,30 +102,6 @@ inline JSParser* parseProgram(const std::string& script) {
 inline std::string printedScript(const std::string& script) {
   JSParser* program = parseProgram(script);
   return printedText([program](FILE* stream) { program->printFunctions(stream); });
-}
-
-/// The tokens of a tokenizer to the end of its text, as "class:text", with
-/// "=value" behind numbers and truth values. Both tokenizers number the
-/// classes up to TokString alike.
-template <class Tokenizer>
-std::vector<std::string> tokenTexts(Tokenizer* tokenizer) {
-  static_assert(int(VPFile::TokFloat) == int(TokFloat) && int(VPFile::TokInt) == int(TokInt) &&
-                    int(VPFile::TokBool) == int(TokBool) && int(VPFile::TokNone) == int(TokNone),
-                "the two tokenizers share these class numbers");
-  std::vector<std::string> tokens;
-  for (;;) {
-    tokenizer->nextToken();
-    int type = tokenizer->tokType;
-    if (type == TokNone) return tokens;
-    std::string token = std::to_string(type) + ":" + tokenizer->token;
-    char value[32] = "";
-    if (type == TokInt || type == TokBool) {
-      snprintf(value, sizeof value, "=%d", tokenizer->tokValue.intValue);
-    } else if (type == TokFloat) {
-      snprintf(value, sizeof value, "=%g", tokenizer->tokValue.floatValue);
-    }
-    tokens.push_back(token + value);
-  }
 }
 
 /// The .wrl files one level below `root`, the real worlds of others.

@@ -89,37 +89,6 @@ TEST(Digits, WhatAScriptCanSeeStaysExact) {
 }
 
 
-// The first of two equal subtrees gets the first free name, in the order the
-// sharing meets them; a later copy is written as USE of it, whole if it can.
-TEST(Sharing, NodesWrittenAgainBecomeUses) {
-  const char* world = R"(DEF A Group { }
-Transform { children USE A }
-Shape { appearance Appearance { material Material { diffuseColor 1 0 0 } } geometry Box { } }
-Transform { translation 1 0 0 children Shape {
-  appearance Appearance { material Material { diffuseColor 1 0 0 } } geometry Sphere { } } }
-Shape { geometry IndexedFaceSet { coord Coordinate { point [ 0 0 0, 1 0 0, 0 1 0 ] } coordIndex [ 0 1 2 ] } }
-Shape { geometry IndexedLineSet { coord Coordinate { point [ 0 0 0, 1 0 0, 0 1 0 ] } coordIndex [ 0 1 2 ] } }
-Shape { appearance Appearance { material Material { diffuseColor 1 0 0 } } geometry Box { } })";
-  EXPECT_EQ(paredAsVrml97(world, 0), "#VRML V2.0 utf8\n"
-                                          "DEF A Group{}Transform{\n"
-                                          "children USE A}DEF D Shape{\n"
-                                          "appearance DEF B Appearance{\n"
-                                          "material Material{\n"
-                                          "diffuseColor 1 0 0}}\n"
-                                          "geometry Box{}}Transform{\n"
-                                          "translation 1 0 0\n"
-                                          "children Shape{\n"
-                                          "appearance USE B\n"
-                                          "geometry Sphere{}}}Shape{\n"
-                                          "geometry IndexedFaceSet{\n"
-                                          "coord DEF C Coordinate{\n"
-                                          "point[0 0 0 1 0 0 0 1 0]}\n"
-                                          "coordIndex[0 1 2]}}Shape{\n"
-                                          "geometry IndexedLineSet{\n"
-                                          "coord USE C\n"
-                                          "coordIndex[0 1 2]}}USE D");
-}
-
 // Two copies that something can tell from one node stay two.
 TEST(Sharing, CopiesThatCanBeToldApartStay) {
   const struct {

@@ -66,47 +66,4 @@ TEST(FieldValuesEqual, NodeValuesAndMismatchedFieldsStop) {
                           "field->theType == other->field->theType"));
 }
 
-TEST(HoistProtoDefaults, ValuesAllInstancesAgreeOnMoveIntoTheInterface) {
-  EXPECT_EQ(rewrittenWorld("PROTO Unused [ field SFFloat f 1 ] { }\n"
-                           "PROTO Once [ field SFFloat f 1 field SFInt32 n 0 ] { }\n"
-                           "Once { f 2 }\n"),
-            "#VRML V2.0 utf8\n"
-            "PROTO Unused [\nfield SFFloat f 1\n] {\n}\n"
-            "PROTO Once [\nfield SFFloat f 2\nfield SFInt32 n 0\n] {\n}\n"
-            "Once {\n}\n");
-  // f differs between the instances, g agrees, and h agrees only with the default.
-  EXPECT_EQ(rewrittenWorld("PROTO Two [ field SFFloat f 1 field SFFloat g 1 "
-                           "exposedField SFFloat h 5 eventIn SFFloat e ] { }\n"
-                           "Two { f 2 g 3 h 5 }\nTwo { f 4 g 3 }\n"),
-            "#VRML V2.0 utf8\n"
-            "PROTO Two [\nfield SFFloat f 1\nfield SFFloat g 3\nexposedField SFFloat h 5\n"
-            "eventIn SFFloat e\n] {\n}\n"
-            "Two {\nf 2\n}\nTwo {\nf 4\n}\n");
-  EXPECT_EQ(rewrittenWorld("PROTO Mixed [ field SFFloat h 5 ] { }\n"
-                           "Mixed { h 5 }\nMixed { h 6 }\nMixed { }\n"),
-            "#VRML V2.0 utf8\n"
-            "PROTO Mixed [\nfield SFFloat h 5\n] {\n}\n"
-            "Mixed {\n}\nMixed {\nh 6\n}\nMixed {\n}\n");
-}
-
-TEST(HoistProtoDefaults, InstanceWithIsCountsWithTheOuterDefault) {
-  // Outer is newer, so it hoists first: its r becomes 7, which the Inner in
-  // its body then sees through IS, agreeing with the top-level Inner.
-  EXPECT_EQ(rewrittenWorld("PROTO Inner [ field SFFloat r 1 ] { Sphere { radius IS r } }\n"
-                           "PROTO Outer [ field SFFloat r 2 ] { Inner { r IS r } }\n"
-                           "Outer { r 7 }\nInner { r 7 }\n"),
-            "#VRML V2.0 utf8\n"
-            "PROTO Inner [\nfield SFFloat r 7\n] {\nSphere {\nradius IS r\n}\n}\n"
-            "PROTO Outer [\nfield SFFloat r 7\n] {\nInner {\nr IS r\n}\n}\n"
-            "Outer {\n}\nInner {\n}\n");
-}
-
-TEST(HoistProtoDefaults, NodeFieldsAreNeverCompared) {
-  EXPECT_EQ(rewrittenWorld("PROTO N [ field SFNode n NULL field MFNode m [] ] { }\n"
-                           "N { n Group { } m [ Group { } ] }\n"),
-            "#VRML V2.0 utf8\n"
-            "PROTO N [\nfield SFNode n NULL\nfield MFNode m []\n] {\n}\n"
-            "N {\nn Group {\n}\nm Group {\n}\n}\n");
-}
-
 }  // namespace

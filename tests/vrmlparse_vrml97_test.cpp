@@ -14,11 +14,12 @@ std::string compressedAsVrml97(const std::string& body) {
 
 const char kHeader[] = "#VRML V2.0 utf8\n";
 
+// Constructs that stop a run without --vrml97 or read otherwise; with it each
+// runs (the golden cases vrml97-* of the same names).
 struct Construct {
   const char* what;
   const char* world;
   const char* withoutOption;  ///< the start of the report that stops the run, or the output
-  const char* withOption;     ///< the output behind the header
 };
 
 const Construct kConstructs[] = {
@@ -28,48 +29,35 @@ DEF L Lamp { }
 DEF S Script { field SFNode lamp USE L eventOut SFBool lit
   url "javascript: function initialize() { lit = lamp.on; }" }
 ROUTE S.lit TO L.toggle)",
-     "Assertion failed \"*token == '=' || field->theClass == VPField::EVENT_IN",
-     "EXTERNPROTO Lamp[\nexposedField SFBool on\n"
-     "eventIn SFBool toggle]\"lamp.wrl\"DEF L Lamp{}DEF S Script{\nfield SFNode lamp USE L\n"
-     "eventOut SFBool lit\nurl\"javascript:\nfunction initialize() {\nlit=lamp.on;\n}\n\"}\n"
-     "ROUTE S.lit TO L.toggle"},
+     "Assertion failed \"*token == '=' || field->theClass == VPField::EVENT_IN"},
     {"a Script interface after its url",
      R"(DEF S Script { url "javascript: function initialize() { lit = true; }" eventOut SFBool lit }
 DEF L PointLight { }
 ROUTE S.lit TO L.on)",
-     "Assertion failed \"*token == '}'\"",
-     "DEF S Script{\neventOut SFBool lit\nurl\"javascript:\nfunction initialize() {\n"
-     "lit=true;\n}\n\"}DEF L PointLight{}\nROUTE S.lit TO L.on"},
+     "Assertion failed \"*token == '}'\""},
     {"names with VRML97 characters",
      R"(DEF a+b Transform { }
 DEF x%1 PositionInterpolator { }
 DEF _@P Group { children USE a+b }
 ROUTE x%1.value_changed TO a+b.translation
 USE _@P)",
-     "#VRML V2.0 utf8\n",  // "+b" can begin no node: the reading ends there
-     "DEF a+b Transform{}DEF x%1 PositionInterpolator{}DEF _@P Group{\n"
-     "children USE a+b}USE _@P\nROUTE x%1.value_changed TO a+b.translation"},
+     "#VRML V2.0 utf8\n"},
     {"a DEF name defined again; the routed earlier node gets a name of its own",
      R"(DEF A Transform { translation 1 0 0 }
 DEF P PositionInterpolator { }
 ROUTE P.value_changed TO A.translation
 DEF A Transform { translation 2 0 0 }
 Group { children USE A })",
-     "Error: Duplicate definition for node A (deleting)!",
-     "DEF A_1 Transform{\ntranslation 1 0 0}DEF P PositionInterpolator{}DEF A Transform{\n"
-     "translation 2 0 0}Group{\nchildren USE A}\nROUTE P.value_changed TO A_1.translation"},
+     "Error: Duplicate definition for node A (deleting)!"},
     {"a Script that holds itself",
      R"(DEF S Script { field SFNode self USE S url "javascript: function initialize() { var x = self; }" })",
-     "Assertion failed \"node != NULL\"",
-     "DEF S Script{\nfield SFNode self USE S\nurl\"javascript:\nfunction initialize() {\n"
-     "var x=self;\n}\n\"}"},
+     "Assertion failed \"node != NULL\""},
     {"a PROTO declared again",
      R"(PROTO P [ ] { Box { } }
 P { }
 PROTO P [ ] { Sphere { } }
 P { })",
-     "Error: Duplicate definition found for PROTO P (deleting)!",
-     "PROTO P[]{Box{}}P{}PROTO P[]{Sphere{}}P{}"},
+     "Error: Duplicate definition found for PROTO P (deleting)!"},
     {"a PROTO in a PROTO body hides the outer one there alone",
      R"(PROTO Inner [ ] { Box { } }
 PROTO Outer [ ] {
@@ -78,28 +66,23 @@ PROTO Outer [ ] {
 }
 Outer { }
 Inner { })",
-     "Assertion failed \"currentProto == NULL\"",
-     "PROTO Inner[]{Box{}}PROTO Outer[]{PROTO Inner[]{Sphere{}}Inner{}}Outer{}Inner{}"},
+     "Assertion failed \"currentProto == NULL\""},
     {"a PROTO among the fields of a node stands before the node",
      R"(Transform { PROTO R [ ] { Box { } } children R { } })",
-     "Assertion failed \"*token == '}'\"",
-     "PROTO R[]{Box{}}Transform{\nchildren R{}}"},
+     "Assertion failed \"*token == '}'\""},
     {"a Viewpoint keeps its DEF for the url \"#name\" of an Anchor",
      R"(DEF Front Viewpoint { } Anchor { url "#Front" } DEF a+b Group { })",
-     "#VRML V2.0 utf8\nViewpoint {\n}\nAnchor {\nurl \"#Front\"\n}\n",
-     "DEF Front Viewpoint{}Anchor{\nurl\"#Front\"}Group{}"},
+     "#VRML V2.0 utf8\nViewpoint {\n}\nAnchor {\nurl \"#Front\"\n}\n"},
     {"a node as the default of a PROTO field",
      R"(PROTO Stand [ field MFNode base Switch { whichChoice 0 choice [ Box { } Sphere { } ] } ] {
   Group { children IS base }
 }
 Stand { }
 Stand { })",
-     "Assertion failed \"nodeType == OTHER || nodeType == SCRIPT\"",
-     "PROTO Stand[\nfield MFNode base Switch{\nwhichChoice 0\nchoice[Box{}Group{}]}]{Group{\n"
-     "children IS base}}Stand{}Stand{}"},
+     "Assertion failed \"nodeType == OTHER || nodeType == SCRIPT\""},
 };
 
-TEST(Vrml97, EachConstructStopsWithoutTheOptionAndRunsWithIt) {
+TEST(Vrml97, EachConstructStopsOrReadsOtherwiseWithoutTheOption) {
   for (const Construct& c : kConstructs) {
     if (strncmp(c.withoutOption, kHeader, strlen(kHeader)) == 0) {
       EXPECT_EQ(compressedWorld(c.world), c.withoutOption) << c.what;
@@ -108,8 +91,6 @@ TEST(Vrml97, EachConstructStopsWithoutTheOptionAndRunsWithIt) {
                   literally(c.withoutOption))
           << c.what;
     }
-    EXPECT_EQ(compressedAsVrml97(c.world), kHeader + std::string(c.withOption))
-        << c.what;
   }
 }
 
