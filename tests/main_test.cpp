@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "runheap.h"
 #include "test_util.h"
 
 namespace {
@@ -83,6 +84,20 @@ TEST(Reporting, CheckReportNamesTheFileBehindItsLastSlash) {
   EXPECT_EXIT(assertionFailed("0", "main.cpp", 3), testing::ExitedWithCode(253),
               "File: main.cpp, Line: 3:");
   EXPECT_EXIT(assertionFailed("0", "dir/", 3), testing::ExitedWithCode(253), "File: , Line: 3:");
+}
+
+// A heap begun is the current one; ended, the one before it is current again.
+TEST(RunHeaps, EndingAHeapMakesTheOneBeforeItCurrentAgain) {
+  RunHeap* before = currentRun->heap;
+  RunHeap outer, inner;
+  beginRunHeap(&outer);
+  EXPECT_EQ(currentRun->heap, &outer);
+  beginRunHeap(&inner);
+  EXPECT_EQ(currentRun->heap, &inner);
+  endRunHeap(&inner);
+  EXPECT_EQ(currentRun->heap, &outer);
+  endRunHeap(&outer);
+  EXPECT_EQ(currentRun->heap, before);
 }
 
 TEST(Reporting, PoppingAnEmptyStackIsACheck) {

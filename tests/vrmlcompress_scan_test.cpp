@@ -24,11 +24,6 @@ TEST(Scan, ScriptsAreParsedOnceFromTheirUrl) {
             "Group {\nchildren USE S\n}\n");
 }
 
-TEST(Scan, EmptyProgramIsWrittenAsTwoLines) {
-  VPFile* file = scannedWorld("Script { url \"javascript:\" }\n");
-  EXPECT_EQ(writtenWorld(file), "#VRML V2.0 utf8\nScript {\nurl \"javascript:\n\"\n}\n");
-}
-
 TEST(Scan, UrlsThatHoldNoInlineScriptStop) {
   struct {
     const char* world;

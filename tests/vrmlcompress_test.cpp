@@ -56,14 +56,4 @@ TEST(FieldValuesEqual, ComparesExactlyByType) {
   }
 }
 
-TEST(FieldValuesEqual, NodeValuesAndMismatchedFieldsStop) {
-  EXPECT_EXIT(valuesEqual("SFNode", "NULL", "NULL"), testing::ExitedWithCode(253),
-              checkReport("0"));
-  VPFile* file = parseWorld("PROTO P [ field SFFloat a 1 field SFInt32 b 1 ] { }\n");
-  VPFieldList* a = file->allProtos->node->fields;
-  EXPECT_EXIT(fieldValuesEqual(a, a->next), testing::ExitedWithCode(253),
-              checkReport("field->theClass == other->field->theClass && "
-                          "field->theType == other->field->theType"));
-}
-
 }  // namespace
