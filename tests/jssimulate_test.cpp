@@ -1,7 +1,4 @@
 #include <gtest/gtest.h>
-#include <pthread.h>
-
-#include <functional>
 
 #include "jssimulate_test_util.h"
 
@@ -237,23 +234,6 @@ TEST(ScriptPruning, AnElseKeepsTheIfItBelongedTo) {
             "}\n"
             "function a() {\n}\nfunction b() {\n}\nfunction c() {\n}\n"
             "function g() {\nreturn true;\n}\n");
-}
-
-// Runs the work on a thread with a stack large enough for deep simulations.
-void onLargeStack(std::function<void()> work) {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, size_t(1) << 30);
-  pthread_t thread;
-  pthread_create(
-      &thread, &attributes,
-      [](void* argument) -> void* {
-        (*static_cast<std::function<void()>*>(argument))();
-        return nullptr;
-      },
-      &work);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
 }
 
 // f0 calls f1, which calls f2, ... a chain of `depth` distinct functions.

@@ -4,10 +4,12 @@
 #define WORLDPARE_TEST_UTIL_H
 
 #include <dirent.h>
+#include <pthread.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -82,6 +84,24 @@ inline std::string compressedWorld(const std::string& body) {
   if (digitsOption() != 0) file->roundUnseenFloats(digitsOption());
   if (vrml97Option()) file->shareIdenticalNodes();
   return writtenWorld(file);
+}
+
+/// Runs the work on a thread with a stack as large as a run's passes get, for
+/// deep event cascades and simulations.
+inline void onLargeStack(std::function<void()> work) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, size_t(4) << 30);
+  pthread_t thread;
+  pthread_create(
+      &thread, &attributes,
+      [](void* argument) -> void* {
+        (*static_cast<std::function<void()>*>(argument))();
+        return nullptr;
+      },
+      &work);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
 }
 
 /// A new program, reachable to the end of the tests as a scene's would be.

@@ -94,7 +94,7 @@ ROUTE S1.give TO S2.take
 ROUTE S2.give TO S1.take)",
   };
   for (const char* world : cycles) {
-    EXPECT_EXIT(cascadedWorld(world), testing::ExitedWithCode(253),
+    EXPECT_EXIT(onLargeStack([world] { cascadedWorld(world); }), testing::ExitedWithCode(253),
                 "Error: Infinite or near infinite loop detected!\nStack dump:\n"
                 "  Simulating events from ")
         << world;
