@@ -38,10 +38,10 @@ run: build
 test: test-plain test-asan
 
 test-plain: build
-	cd $(BUILD) && ctest --output-on-failure
+	cd $(BUILD) && ctest -j $(JOBS) --output-on-failure
 
 test-asan: build-asan
-	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 ctest --output-on-failure
+	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 ctest -j $(JOBS) --output-on-failure
 
 bench: build
 	cmake --build $(BUILD) --target bench_world

@@ -54,6 +54,8 @@ TEST(Vrml97Scripts, NumbersInTheShortestTextOfTheirDouble) {
       {"1e999", "1e999"},    {"1..toString()", "1..toString()"},
       {"0x1F.toString()", "31..toString()"},         {"1.5.toFixed(1)", "1.5.toFixed(1)"},
       {"1000.0.toFixed(1)", "1e3.toFixed(1)"},       {"a- -0.5", "a- -.5"},
+      // 17 octal digits hold 51 bits, exact in a double; 18 hold 54, not read.
+      {"077777777777777777", "2251799813685247."},   {"0777777777777777777", "0777777777777777777"},
   };
   for (const auto& c : cases) {
     std::string script = std::string("function f() { x = ") + c.literal + "; }";
@@ -63,11 +65,12 @@ TEST(Vrml97Scripts, NumbersInTheShortestTextOfTheirDouble) {
   }
 }
 
+// Points of scripts that stop a run without --vrml97; with it each runs (the
+// golden cases vrml97-* of the same names).
 struct ScriptCase {
   const char* what;
   const char* world;
   const char* withoutOption;  ///< the start of the report that stops the run
-  const char* written;        ///< the output with --vrml97, behind the header
 };
 
 const ScriptCase kScriptCases[] = {
@@ -75,86 +78,33 @@ const ScriptCase kScriptCases[] = {
      R"(DEF S Script { eventOut SFBool lit url "javascript: lit = true; function initialize() { }" }
 DEF L PointLight { }
 ROUTE S.lit TO L.on)",
-     "Assertion failed \"tokType == TokNone\"",
-     "DEF S Script {\neventOut SFBool lit\n"
-     "url \"javascript:\nlit=true;\nfunction initialize() {\n}\n\"\n}\n"
-     "DEF L PointLight {\n}\n"
-     "ROUTE S.lit TO L.on\n"},
+     "Assertion failed \"tokType == TokNone\""},
     {"a url whose first entry is inline code keeps its other entries",
      R"(DEF S Script { eventOut SFBool lit
   url [ "javascript: function initialize() { lit = true; }" "lit.js" ] }
 DEF L PointLight { }
 ROUTE S.lit TO L.on)",
-     "Assertion failed \"value->next == NULL\"",
-     "DEF S Script {\neventOut SFBool lit\n"
-     "url [\n\"javascript:\nfunction initialize() {\nlit=true;\n}\n\"\n\"lit.js\"\n]\n}\n"
-     "DEF L PointLight {\n}\n"
-     "ROUTE S.lit TO L.on\n"},
-    {"eventsProcessed runs after each event",
-     R"(DEF TS TouchSensor { }
-DEF S Script { eventIn SFTime touch eventOut SFBool lit field SFBool seen FALSE
-  url "javascript: function touch(t) { seen = true; } function eventsProcessed() { lit = seen; }" }
-DEF L PointLight { }
-ROUTE TS.touchTime TO S.touch
-ROUTE S.lit TO L.on)",
-     nullptr,
-     "DEF TS TouchSensor {\n}\n"
-     "DEF S Script {\neventIn SFTime touch\neventOut SFBool lit\nfield SFBool seen FALSE\n"
-     "url \"javascript:\nfunction touch(t) {\nseen=true;\n}\n"
-     "function eventsProcessed() {\nlit=seen;\n}\n\"\n}\n"
-     "DEF L PointLight {\n}\n"
-     "ROUTE TS.touchTime TO S.touch\n"
-     "ROUTE S.lit TO L.on\n"},
+     "Assertion failed \"value->next == NULL\""},
     {"an opaque Script: the url as read, the whole interface, every child of what it reaches",
      R"(DEF SW Switch { whichChoice 0 choice [ Box { } Sphere { } ] }
 DEF L PointLight { }
 DEF S Script { field SFNode sw USE SW eventOut SFBool unused eventOut SFBool lit
   url [ "switcher.class" "javascript: function initialize() { }" ] }
 ROUTE S.lit TO L.on)",
-     "Assertion failed \"value->next == NULL\"",
-     "DEF SW Switch {\nwhichChoice 0\nchoice [\nBox {\n}\nSphere {\n}\n]\n}\n"
-     "DEF L PointLight {\n}\n"
-     "DEF S Script {\nfield SFNode sw USE SW\neventOut SFBool unused\neventOut SFBool lit\n"
-     "url [\n\"switcher.class\"\n\"javascript: function initialize() { }\"\n]\n}\n"
-     "ROUTE S.lit TO L.on\n"},
-    {"a Script that keeps a node in a global is opaque",
-     R"(DEF T Transform { }
-DEF TS TouchSensor { }
-DEF S Script { field SFNode t USE T eventIn SFTime go
-  url "javascript: function initialize() { target = t; } function go(v) { target.scale = v; }" }
-ROUTE TS.touchTime TO S.go)",
-     nullptr,
-     "DEF T Transform {\n}\n"
-     "DEF TS TouchSensor {\n}\n"
-     "DEF S Script {\nfield SFNode t USE T\neventIn SFTime go\n"
-     "url \"javascript: function initialize() { target = t; } function go(v) { target.scale = v; }\"\n"
-     "}\n"
-     "ROUTE TS.touchTime TO S.go\n"},
+     "Assertion failed \"value->next == NULL\""},
     {"a method of a node is read as an unknown value",
      R"(DEF G Group { }
 Script { field SFNode g USE G url "javascript: function initialize() { print(g.toString()); }" })",
-     "Error: Node Group::G does not have a field named toString",
-     "DEF G Group {\n}\n"
-     "Script {\nfield SFNode g USE G\n"
-     "url \"javascript:\nfunction initialize() {\nprint(g.toString());\n}\n\"\n}\n"},
+     "Error: Node Group::G does not have a field named toString"},
     {"a Script that a check stops becomes opaque",
      R"(DEF G Group { }
 Script { field SFNode g USE G url "javascript: function initialize() { g.children = new MFNode(); }" })",
-     "Assertion failed \"eventData->valueKnown && fuzzy->valueKnown\"",
-     "DEF G Group {\n}\n"
-     "Script {\nfield SFNode g USE G\n"
-     "url \"javascript: function initialize() { g.children = new MFNode(); }\"\n}\n"},
+     "Assertion failed \"eventData->valueKnown && fuzzy->valueKnown\""},
 };
 
-TEST(Vrml97Scripts, EachPointWithAndWithoutTheOption) {
+TEST(Vrml97Scripts, EachPointStopsWithoutTheOption) {
   for (const ScriptCase& c : kScriptCases) {
-    if (c.withoutOption != nullptr) {
-      EXPECT_EXIT(compressedWorld(c.world), testing::ExitedWithCode(253),
-                  literally(c.withoutOption))
-          << c.what;
-    }
-    EXPECT_EQ(asVrml97([&]() { return compressedWorld(c.world); }),
-              denseForm("#VRML V2.0 utf8\n" + std::string(c.written)))
+    EXPECT_EXIT(compressedWorld(c.world), testing::ExitedWithCode(253), literally(c.withoutOption))
         << c.what;
   }
 }
@@ -166,8 +116,7 @@ std::string scriptWorld(const char* script) {
 // A Script whose code is opaque is written under --vrml97 as it was read.
 void expectWrittenAsRead(const char* script) {
   EXPECT_EQ(asVrml97([&]() { return compressedWorld(scriptWorld(script)); }),
-            denseForm(std::string("#VRML V2.0 utf8\nScript {\nurl \"javascript: ") + script +
-                      "\"\n}\n"))
+            std::string("#VRML V2.0 utf8\nScript{\nurl\"javascript: ") + script + "\"}")
       << script;
 }
 
@@ -258,7 +207,7 @@ TEST(Vrml97Scripts, AnOpaqueScriptMaySendAnyValueFromItsFields) {
 DEF S Script { eventOut SFInt32 pick url "picker.js" }
 ROUTE S.pick TO OUT.whichChoice)");
   });
-  EXPECT_NE(written.find(denseForm("choice [\nBox {\n}\nSphere {\n}\n]")), std::string::npos)
+  EXPECT_NE(written.find("choice[Box{}Sphere{}]"), std::string::npos)
       << written;
   EXPECT_NE(written.find("ROUTE S.pick TO OUT.whichChoice"), std::string::npos) << written;
 }
@@ -272,7 +221,7 @@ DEF COPY Switch { whichChoice 0 choice [ Box { } Sphere { } ] }
 ROUTE SW.whichChoice TO COPY.whichChoice
 Script { directOutput TRUE field SFNode sw USE SW url "switcher.js" })");
   });
-  EXPECT_EQ(written.find(denseForm("Group {}")), std::string::npos) << written;
+  EXPECT_EQ(written.find("Group{}"), std::string::npos) << written;
   EXPECT_NE(written.find("ROUTE SW.whichChoice TO COPY.whichChoice"), std::string::npos);
 }
 

@@ -1,7 +1,4 @@
 #include <gtest/gtest.h>
-#include <pthread.h>
-
-#include <functional>
 
 #include "jssimulate_test_util.h"
 
@@ -142,6 +139,15 @@ TEST(ScriptPruning, ConstantsFoldAndNeedlessParenthesesGo) {
             "function k() {\nreturn true;\n}\n");
 }
 
+// Operators group by level, and within a level from the left: the folded
+// value shows the grouping.
+TEST(ScriptPruning, OperatorsGroupByLevelThenFromTheLeft) {
+  EXPECT_EQ(prunedAfter("function f() { a = 8 - 4 - 2; b = 12 / 2 / 3; c = 2 + 3 * 4;\n"
+                        "  d = 0x10 + 017 + 1.5e1; e = true || true && false; }\n",
+                        {"f"}),
+            "function f() {\na=2;\nb=2;\nc=14;\nd=46;\ne=true;\n}\n");
+}
+
 TEST(ScriptPruning, StatementsWithoutEffectGoAndVarListsJoin) {
   EXPECT_EQ(prunedAfter("function f() {\n"
                         "  x; 1 + 2; (x); x++; k(); var a; var b = 1; ; { } { k(); k(); }\n"
@@ -230,23 +236,6 @@ TEST(ScriptPruning, AnElseKeepsTheIfItBelongedTo) {
             "function g() {\nreturn true;\n}\n");
 }
 
-// Runs the work on a thread with a stack large enough for deep simulations.
-void onLargeStack(std::function<void()> work) {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, size_t(1) << 30);
-  pthread_t thread;
-  pthread_create(
-      &thread, &attributes,
-      [](void* argument) -> void* {
-        (*static_cast<std::function<void()>*>(argument))();
-        return nullptr;
-      },
-      &work);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
-}
-
 // f0 calls f1, which calls f2, ... a chain of `depth` distinct functions.
 std::string chainOfCalls(int depth) {
   std::string script;
@@ -280,7 +269,6 @@ TEST(ScriptSimulation, RecursionEndsByRepeatedArgumentsAndNestingIsBounded) {
 }
 
 TEST(ScriptSimulation, TooFewArgumentsIsAnAlert) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         Simulation simulation("function f(a, b) { x = b; } function g() { f(1); f(1, 2, 3); }");

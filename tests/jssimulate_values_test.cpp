@@ -64,6 +64,8 @@ TEST(ScriptValues, EqualityOfAtoms) {
   EXPECT_TRUE(JSParser::atomsEqual(atoms.of(number(1)), atoms.of(number(1))));
   EXPECT_TRUE(JSParser::atomsEqual(atoms.of(numbers({1, 2})), atoms.of(numbers({2, 1}))));
   EXPECT_FALSE(JSParser::atomsEqual(atoms.of(numbers({1, 2})), atoms.of(numbers({1, 3}))));
+  EXPECT_FALSE(JSParser::atomsEqual(atoms.of(numbers({1, 2})), atoms.of(number(1))));
+  EXPECT_FALSE(JSParser::atomsEqual(atoms.of(number(1)), atoms.of(numbers({1, 2}))));
   EXPECT_FALSE(JSParser::atomsEqual(atoms.of(number(1)), atoms.of(truth(1))));
   EXPECT_TRUE(JSParser::atomsEqual(atoms.unknown(), atoms.unknown()));
   EXPECT_TRUE(JSParser::atomsEqual(atoms.parser->newAtom(JSAtom::VOID),

@@ -6,13 +6,13 @@
 #include <fstream>
 #include <sstream>
 
+#include "runheap.h"
 #include "test_util.h"
 
 namespace {
 
 // The counters run across the whole process: a fresh one counts from zero.
 TEST(Reporting, AlertsDumpTheContextOldestFirstAndFallSilentAfterThree) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         pushContext("Parsing PROTO %s", "Door");
@@ -52,7 +52,6 @@ TEST(Reporting, LongTextsAreCutAfter1023Characters) {
 // 6000 lines of 1052 bytes make a dump of more than 5 MB: it keeps the 249
 // lines that fit in 256 KB at each end, and counts the 5502 between them.
 TEST(Reporting, AHugeDumpKeepsItsEndsAndCountsTheLinesBetween) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   std::string name(2000, 'n');
   // The child that runs the death test is a new process: the name must not vary.
   std::string path = testing::TempDir() + "worldpare-huge-dump.txt";
@@ -85,6 +84,20 @@ TEST(Reporting, CheckReportNamesTheFileBehindItsLastSlash) {
   EXPECT_EXIT(assertionFailed("0", "main.cpp", 3), testing::ExitedWithCode(253),
               "File: main.cpp, Line: 3:");
   EXPECT_EXIT(assertionFailed("0", "dir/", 3), testing::ExitedWithCode(253), "File: , Line: 3:");
+}
+
+// A heap begun is the current one; ended, the one before it is current again.
+TEST(RunHeaps, EndingAHeapMakesTheOneBeforeItCurrentAgain) {
+  RunHeap* before = currentRun->heap;
+  RunHeap outer, inner;
+  beginRunHeap(&outer);
+  EXPECT_EQ(currentRun->heap, &outer);
+  beginRunHeap(&inner);
+  EXPECT_EQ(currentRun->heap, &inner);
+  endRunHeap(&inner);
+  EXPECT_EQ(currentRun->heap, &outer);
+  endRunHeap(&outer);
+  EXPECT_EQ(currentRun->heap, before);
 }
 
 TEST(Reporting, PoppingAnEmptyStackIsACheck) {

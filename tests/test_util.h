@@ -4,14 +4,17 @@
 #define WORLDPARE_TEST_UTIL_H
 
 #include <dirent.h>
+#include <pthread.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "jsparser.h"
+#include "main.h"
 #include "vrmlparse.h"
 
 /// A new file with the built-in library. A scene is never released, as in a
@@ -55,6 +58,13 @@ inline std::string rewrittenWorld(const std::string& body) {
   return writtenWorld(file);
 }
 
+/// The world read and scanned.
+inline VPFile* scannedWorld(const std::string& body) {
+  VPFile* file = parseWorld(body);
+  file->scanNodes();
+  return file;
+}
+
 /// The world read, scanned, its PROTO defaults hoisted and the cascade run.
 inline VPFile* cascadedWorld(const std::string& body) {
   VPFile* file = parseWorld(body);
@@ -64,90 +74,34 @@ inline VPFile* cascadedWorld(const std::string& body) {
   return file;
 }
 
-/// The world through every pass of a run, written.
+/// The world through every pass of a run under the run options, written
+/// once (a run pares its output again until it settles).
 inline std::string compressedWorld(const std::string& body) {
   VPFile* file = cascadedWorld(body);
   file->pruneProtoInterfaces();
   file->pruneSwitches();
   file->dropDefNames();
+  if (digitsOption() != 0) file->roundUnseenFloats(digitsOption());
+  if (vrml97Option()) file->shareIdenticalNodes();
   return writtenWorld(file);
 }
 
-/// A token of a world in the writer's fixed form (one item to a line), and
-/// whether a line break stood before it; a string is one token.
-struct FixedToken {
-  std::string text;
-  bool atLineStart;
-};
-
-inline std::vector<FixedToken> fixedTokens(const std::string& text) {
-  std::vector<FixedToken> tokens;
-  bool lineStart = true;
-  for (size_t i = 0; i < text.size();) {
-    if (text[i] == ' ' || text[i] == '\n') {
-      lineStart = lineStart || text[i] == '\n';
-      i++;
-      continue;
-    }
-    size_t end = i + 1;
-    if (text[i] == '"') {
-      while (end < text.size() && text[end] != '"') end += text[end] == '\\' ? 2 : 1;
-      end++;
-    } else if (strchr("{}[]", text[i]) == nullptr) {
-      while (end < text.size() && strchr(" \n{}[]\"", text[end]) == nullptr) end++;
-    }
-    tokens.push_back({text.substr(i, end - i), lineStart});
-    lineStart = false;
-    i = end;
-  }
-  return tokens;
-}
-
-/// Whether two tokens of a world would read as one without a blank between
-/// them: names, words and numbers do, but a number ends before a sign, and
-/// one with a point or an exponent before a point.
-inline bool tokensJoin(const std::string& before, const std::string& after) {
-  auto continues = [](char c) {
-    return c == '.' || (static_cast<unsigned char>(c) > ' ' && strchr("\"#',[]\\{}=", c) == nullptr);
-  };
-  if (before.empty() || !continues(before.back()) || !continues(after[0])) return false;
-  bool number = strchr("0123456789+-.", before[0]) != nullptr;
-  bool pointed = before.find_first_of(".e") != std::string::npos;
-  return !(number && after[0] == '-') && !(number && pointed && after[0] == '.');
-}
-
-/// A world written in the fixed form, as --vrml97 spaces it: a line break
-/// before each field, declaration and ROUTE, elsewhere a blank only between
-/// two tokens that would read as one, and no line break at the end. The
-/// header line and strings stay as they are.
-inline std::string denseForm(const std::string& fixed) {
-  size_t headerEnd = fixed.compare(0, 5, "#VRML") == 0 ? fixed.find('\n') + 1 : 0;
-  std::string dense = fixed.substr(0, headerEnd);
-  // The open scopes: 'N' the fields of a node, 'I' an interface, 'B' a PROTO
-  // body, 'V' a list of values or nodes.
-  std::string scopes;
-  std::string before[2];
-  bool interfaceClosed = false;
-  for (const FixedToken& token : fixedTokens(fixed.substr(headerEnd))) {
-    char first = token.text[0];
-    bool closes = first == '}' || first == ']';
-    bool field = !closes && token.atLineStart && !scopes.empty() &&
-                 (scopes.back() == 'N' || scopes.back() == 'I');
-    if (token.text == "ROUTE" || field) {
-      if (!dense.empty() && dense.back() != '\n') dense += '\n';
-    } else if (tokensJoin(before[1], token.text)) {
-      dense += ' ';
-    }
-    dense += token.text;
-    bool declaration = before[0] == "PROTO" || before[0] == "EXTERNPROTO";
-    if (first == '[') scopes += declaration ? 'I' : 'V';
-    if (first == '{') scopes += interfaceClosed ? 'B' : 'N';
-    interfaceClosed = closes && scopes.back() == 'I';
-    if (closes) scopes.pop_back();
-    before[0] = before[1];
-    before[1] = token.text;
-  }
-  return dense;
+/// Runs the work on a thread with a stack as large as a run's passes get, for
+/// deep event cascades and simulations.
+inline void onLargeStack(std::function<void()> work) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, size_t(4) << 30);
+  pthread_t thread;
+  pthread_create(
+      &thread, &attributes,
+      [](void* argument) -> void* {
+        (*static_cast<std::function<void()>*>(argument))();
+        return nullptr;
+      },
+      &work);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
 }
 
 /// A new program, reachable to the end of the tests as a scene's would be.
@@ -168,30 +122,6 @@ inline JSParser* parseProgram(const std::string& script) {
 inline std::string printedScript(const std::string& script) {
   JSParser* program = parseProgram(script);
   return printedText([program](FILE* stream) { program->printFunctions(stream); });
-}
-
-/// The tokens of a tokenizer to the end of its text, as "class:text", with
-/// "=value" behind numbers and truth values. Both tokenizers number the
-/// classes up to TokString alike.
-template <class Tokenizer>
-std::vector<std::string> tokenTexts(Tokenizer* tokenizer) {
-  static_assert(int(VPFile::TokFloat) == int(TokFloat) && int(VPFile::TokInt) == int(TokInt) &&
-                    int(VPFile::TokBool) == int(TokBool) && int(VPFile::TokNone) == int(TokNone),
-                "the two tokenizers share these class numbers");
-  std::vector<std::string> tokens;
-  for (;;) {
-    tokenizer->nextToken();
-    int type = tokenizer->tokType;
-    if (type == TokNone) return tokens;
-    std::string token = std::to_string(type) + ":" + tokenizer->token;
-    char value[32] = "";
-    if (type == TokInt || type == TokBool) {
-      snprintf(value, sizeof value, "=%d", tokenizer->tokValue.intValue);
-    } else if (type == TokFloat) {
-      snprintf(value, sizeof value, "=%g", tokenizer->tokValue.floatValue);
-    }
-    tokens.push_back(token + value);
-  }
 }
 
 /// The .wrl files one level below `root`, the real worlds of others.

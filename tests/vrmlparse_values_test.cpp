@@ -70,26 +70,6 @@ TEST(VrmlValues, DefaultsAreLeftOutExactly) {
             "Script {\n}\n");
 }
 
-TEST(VrmlValues, ListsWithAndWithoutBrackets) {
-  EXPECT_EQ(rewrittenWorld("Anchor { url \"a\" parameter [ \"b\" ] }\n"
-                           "Anchor { url [ \"a\" \"b\" ] }\n"
-                           "Coordinate { point [ 1 2 3 4 5 6 ] }\n"),
-            "#VRML V2.0 utf8\n"
-            "Anchor {\nurl \"a\"\nparameter \"b\"\n}\n"
-            "Anchor {\nurl [\n\"a\"\n\"b\"\n]\n}\n"
-            "Coordinate {\npoint [\n1 2 3\n4 5 6\n]\n}\n");
-}
-
-TEST(VrmlValues, ImagesSixPixelsToALine) {
-  EXPECT_EQ(rewrittenWorld("PixelTexture { image 0 0 0 }\n"
-                           "PixelTexture { image 1 1 1 255 }\n"
-                           "PixelTexture { image 2 3 1 1 2 3 4 5 6 }\n"),
-            "#VRML V2.0 utf8\n"
-            "PixelTexture {\n}\n"
-            "PixelTexture {\nimage 1 1 1\n0xff\n}\n"
-            "PixelTexture {\nimage 2 3 1\n0x1 0x2 0x3 0x4 0x5 0x6\n}\n");
-}
-
 TEST(VrmlValues, WrongTokenLeavesTheValueOut) {
   // A float is no SFInt32: the field has no value and the float ends the node.
   EXPECT_EXIT(parseWorld("Switch { whichChoice 1.5 }\n"), testing::ExitedWithCode(253),

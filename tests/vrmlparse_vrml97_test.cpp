@@ -14,11 +14,12 @@ std::string compressedAsVrml97(const std::string& body) {
 
 const char kHeader[] = "#VRML V2.0 utf8\n";
 
+// Constructs that stop a run without --vrml97 or read otherwise; with it each
+// runs (the golden cases vrml97-* of the same names).
 struct Construct {
   const char* what;
   const char* world;
   const char* withoutOption;  ///< the start of the report that stops the run, or the output
-  const char* withOption;     ///< the output behind the header
 };
 
 const Construct kConstructs[] = {
@@ -28,60 +29,35 @@ DEF L Lamp { }
 DEF S Script { field SFNode lamp USE L eventOut SFBool lit
   url "javascript: function initialize() { lit = lamp.on; }" }
 ROUTE S.lit TO L.toggle)",
-     "Assertion failed \"*token == '=' || field->theClass == VPField::EVENT_IN",
-     "EXTERNPROTO Lamp [\nexposedField SFBool on\neventIn SFBool toggle\n] \"lamp.wrl\"\n"
-     "DEF L Lamp {\n}\n"
-     "DEF S Script {\nfield SFNode lamp USE L\neventOut SFBool lit\n"
-     "url \"javascript:\nfunction initialize() {\nlit=lamp.on;\n}\n\"\n}\n"
-     "ROUTE S.lit TO L.toggle\n"},
+     "Assertion failed \"*token == '=' || field->theClass == VPField::EVENT_IN"},
     {"a Script interface after its url",
      R"(DEF S Script { url "javascript: function initialize() { lit = true; }" eventOut SFBool lit }
 DEF L PointLight { }
 ROUTE S.lit TO L.on)",
-     "Assertion failed \"*token == '}'\"",
-     "DEF S Script {\neventOut SFBool lit\n"
-     "url \"javascript:\nfunction initialize() {\nlit=true;\n}\n\"\n}\n"
-     "DEF L PointLight {\n}\n"
-     "ROUTE S.lit TO L.on\n"},
+     "Assertion failed \"*token == '}'\""},
     {"names with VRML97 characters",
      R"(DEF a+b Transform { }
 DEF x%1 PositionInterpolator { }
 DEF _@P Group { children USE a+b }
 ROUTE x%1.value_changed TO a+b.translation
 USE _@P)",
-     "#VRML V2.0 utf8\n",  // "+b" can begin no node: the reading ends there
-     "DEF a+b Transform {\n}\n"
-     "DEF x%1 PositionInterpolator {\n}\n"
-     "DEF _@P Group {\nchildren USE a+b\n}\n"
-     "USE _@P\n"
-     "ROUTE x%1.value_changed TO a+b.translation\n"},
+     "#VRML V2.0 utf8\n"},
     {"a DEF name defined again; the routed earlier node gets a name of its own",
      R"(DEF A Transform { translation 1 0 0 }
 DEF P PositionInterpolator { }
 ROUTE P.value_changed TO A.translation
 DEF A Transform { translation 2 0 0 }
 Group { children USE A })",
-     "Error: Duplicate definition for node A (deleting)!",
-     "DEF A_1 Transform {\ntranslation 1 0 0\n}\n"
-     "DEF P PositionInterpolator {\n}\n"
-     "DEF A Transform {\ntranslation 2 0 0\n}\n"
-     "Group {\nchildren USE A\n}\n"
-     "ROUTE P.value_changed TO A_1.translation\n"},
+     "Error: Duplicate definition for node A (deleting)!"},
     {"a Script that holds itself",
      R"(DEF S Script { field SFNode self USE S url "javascript: function initialize() { var x = self; }" })",
-     "Assertion failed \"node != NULL\"",
-     "DEF S Script {\nfield SFNode self USE S\n"
-     "url \"javascript:\nfunction initialize() {\nvar x=self;\n}\n\"\n}\n"},
+     "Assertion failed \"node != NULL\""},
     {"a PROTO declared again",
      R"(PROTO P [ ] { Box { } }
 P { }
 PROTO P [ ] { Sphere { } }
 P { })",
-     "Error: Duplicate definition found for PROTO P (deleting)!",
-     "PROTO P [\n] {\nBox {\n}\n}\n"
-     "P {\n}\n"
-     "PROTO P [\n] {\nSphere {\n}\n}\n"
-     "P {\n}\n"},
+     "Error: Duplicate definition found for PROTO P (deleting)!"},
     {"a PROTO in a PROTO body hides the outer one there alone",
      R"(PROTO Inner [ ] { Box { } }
 PROTO Outer [ ] {
@@ -90,34 +66,23 @@ PROTO Outer [ ] {
 }
 Outer { }
 Inner { })",
-     "Assertion failed \"currentProto == NULL\"",
-     "PROTO Inner [\n] {\nBox {\n}\n}\n"
-     "PROTO Outer [\n] {\nPROTO Inner [\n] {\nSphere {\n}\n}\nInner {\n}\n}\n"
-     "Outer {\n}\n"
-     "Inner {\n}\n"},
+     "Assertion failed \"currentProto == NULL\""},
     {"a PROTO among the fields of a node stands before the node",
      R"(Transform { PROTO R [ ] { Box { } } children R { } })",
-     "Assertion failed \"*token == '}'\"",
-     "PROTO R [\n] {\nBox {\n}\n}\n"
-     "Transform {\nchildren R {\n}\n}\n"},
+     "Assertion failed \"*token == '}'\""},
     {"a Viewpoint keeps its DEF for the url \"#name\" of an Anchor",
      R"(DEF Front Viewpoint { } Anchor { url "#Front" } DEF a+b Group { })",
-     "#VRML V2.0 utf8\nViewpoint {\n}\nAnchor {\nurl \"#Front\"\n}\n",
-     "DEF Front Viewpoint {\n}\nAnchor {\nurl \"#Front\"\n}\nGroup {\n}\n"},
+     "#VRML V2.0 utf8\nViewpoint {\n}\nAnchor {\nurl \"#Front\"\n}\n"},
     {"a node as the default of a PROTO field",
      R"(PROTO Stand [ field MFNode base Switch { whichChoice 0 choice [ Box { } Sphere { } ] } ] {
   Group { children IS base }
 }
 Stand { }
 Stand { })",
-     "Assertion failed \"nodeType == OTHER || nodeType == SCRIPT\"",
-     "PROTO Stand [\nfield MFNode base Switch {\nwhichChoice 0\nchoice [\nBox {\n}\nGroup {}\n]\n}\n"
-     "] {\nGroup {\nchildren IS base\n}\n}\n"
-     "Stand {\n}\n"
-     "Stand {\n}\n"},
+     "Assertion failed \"nodeType == OTHER || nodeType == SCRIPT\""},
 };
 
-TEST(Vrml97, EachConstructStopsWithoutTheOptionAndRunsWithIt) {
+TEST(Vrml97, EachConstructStopsOrReadsOtherwiseWithoutTheOption) {
   for (const Construct& c : kConstructs) {
     if (strncmp(c.withoutOption, kHeader, strlen(kHeader)) == 0) {
       EXPECT_EQ(compressedWorld(c.world), c.withoutOption) << c.what;
@@ -126,8 +91,6 @@ TEST(Vrml97, EachConstructStopsWithoutTheOptionAndRunsWithIt) {
                   literally(c.withoutOption))
           << c.what;
     }
-    EXPECT_EQ(compressedAsVrml97(c.world), denseForm(kHeader + std::string(c.withOption)))
-        << c.what;
   }
 }
 
@@ -137,7 +100,8 @@ TEST(Vrml97, BackslashEscapesOnlyAQuoteAndABackslash) {
   EXPECT_EQ(compressedWorld(world),
             kHeader + body + "print('anb',\\\"c\\\\d\\\");\n}\n\"\n}\n");
   EXPECT_EQ(compressedAsVrml97(world),
-            denseForm(kHeader + body + "print('a\\\\nb',\\\"c\\\\d\\\");\n}\n\"\n}\n"));
+            std::string(kHeader) + "Script{\nurl\"javascript:\nfunction initialize() {\n"
+                                   "print('a\\\\nb',\\\"c\\\\d\\\");\n}\n\"}");
 }
 
 TEST(Vrml97, RouteFromANestedInstanceToALaterBodyNodeCarriesItsEvents) {
@@ -152,7 +116,7 @@ PROTO Panel [ ] {
 Panel { })";
   EXPECT_EQ(compressedWorld(world).find("function touch"), std::string::npos);
   std::string written = compressedAsVrml97(world);
-  EXPECT_NE(written.find(denseForm("PROTO Arrow [\neventOut SFTime touchTime\n]")),
+  EXPECT_NE(written.find("PROTO Arrow[\neventOut SFTime touchTime]"),
             std::string::npos)
       << written;
   EXPECT_NE(written.find("function touch(t) {\nprint(t);\n}"), std::string::npos) << written;
@@ -168,8 +132,8 @@ Script { url "javascript: function initialize() { print(3.14159265358979, 0x1F);
                                         "Transform {\ntranslation 0.123457 0.5 0\n}\n" + script +
                                         "print(3.14159,31);\n}\n\"\n}\n");
   EXPECT_EQ(compressedAsVrml97(world),
-            denseForm(std::string(kHeader) + "Transform {\ntranslation .1234567 .5 0\n}\n" +
-                      script + "print(3.14159265358979,31);\n}\n\"\n}\n"));
+            std::string(kHeader) + "Transform{\ntranslation .1234567.5 0}Script{\nurl\"javascript:\n"
+                                   "function initialize() {\nprint(3.14159265358979,31);\n}\n\"}");
 }
 
 // A blank only where two tokens would read as one: between names, words and
@@ -213,7 +177,7 @@ DEF SW Switch { choice [ Box { } Sphere { } ] }
 ROUTE C.which TO SW.whichChoice
 DEF S Script { field SFNode c USE C url "javascript: function initialize() { c.which = c.which; }" })";
   std::string written = compressedAsVrml97(world);
-  EXPECT_NE(written.find(denseForm("choice [\nBox {\n}\nSphere {\n}\n]")), std::string::npos)
+  EXPECT_NE(written.find("choice[Box{}Sphere{}]"), std::string::npos)
       << written;
 }
 
