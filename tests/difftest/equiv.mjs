@@ -82,7 +82,18 @@ function eventValue(type, round, index) {
   }
 }
 
-const normalPrinted = (lines, file) => lines.map((line) => line.split(`${origin}/files${file}`).join('WORLD'));
+// What the scripts printed, and the errors they threw (by function and
+// message, not by where or by the Script's name); the rest of what the page
+// printed is X_ITE's own, as a file it could not load.
+function scriptOutput(lines) {
+  const output = [];
+  lines.forEach((line, i) => {
+    if (line.startsWith('log: ') || line.startsWith('info: ')) output.push(line);
+    const thrown = /^error: JavaScript Error in Script '.*', (in function '[^']*')/.exec(line);
+    if (thrown) output.push(`error ${thrown[1]}: ${(lines[i + 1] ?? '').split('\n')[0]}`);
+  });
+  return output;
+}
 
 async function loadWorld(tab, file) {
   await tab.page.goto(`${origin}/`);
@@ -91,25 +102,24 @@ async function loadWorld(tab, file) {
   return failure;
 }
 
-const snapshot = async (tab, file) => {
-  const state = await tab.page.evaluate(() => window.difftest.snapshot());
-  return { entries: state.entries, printed: normalPrinted(state.printed, file) };
-};
+const warnings = (lines) => lines.filter((line) => line.startsWith('warn: '));
+
+async function snapshot(tab) {
+  const { entries, printed } = await tab.page.evaluate(() => window.difftest.snapshot());
+  return { entries, printed: scriptOutput(printed), warnings: warnings(printed) };
+}
 
 // The first difference of two states, or null.
 function stateDifference(stateIn, stateOut) {
-  const printedIn = stateIn.printed.filter((line) => !line.startsWith('warn'));
-  const printedOut = stateOut.printed.filter((line) => !line.startsWith('warn'));
-  if (printedIn.join('\n') !== printedOut.join('\n')) {
-    const i = printedIn.findIndex((line, k) => line !== printedOut[k]);
-    const at = i < 0 ? printedIn.length : i;
-    return `printed ${JSON.stringify(printedIn[at] ?? '(nothing)')} in IN, ` +
-      `${JSON.stringify(printedOut[at] ?? '(nothing)')} in OUT`;
+  const [printedIn, printedOut] = [stateIn.printed, stateOut.printed];
+  const at = printedIn.findIndex((line, k) => line !== printedOut[k]);
+  if (at >= 0 || printedOut.length > printedIn.length) {
+    const k = at >= 0 ? at : printedIn.length;
+    return `printed ${JSON.stringify(printedIn[k] ?? '(nothing)')} in IN, ` +
+      `${JSON.stringify(printedOut[k] ?? '(nothing)')} in OUT`;
   }
   return compareStates(stateIn.entries, stateOut.entries, kTolerance);
 }
-
-const kWarnings = (state) => state.printed.filter((line) => line.startsWith('warn'));
 
 // Runs IN and OUT in step; resolves to the report's lines.
 async function comparePair(tabs, fileIn, fileOut) {
@@ -119,11 +129,10 @@ async function comparePair(tabs, fileIn, fileOut) {
   if (failureIn) return [`IN IS FAULTY: IN does not load: ${failureIn}`];
   const failureOut = await loadWorld(tabOut, fileOut);
   if (failureOut) return [`OUT DOES NOT LOAD: ${failureOut}`];
-  let stateIn = await snapshot(tabIn, fileIn);
-  let stateOut = await snapshot(tabOut, fileOut);
-  if (kWarnings(stateIn).length) return [...kWarnings(stateIn), 'IN IS FAULTY: X_ITE warned about IN'];
-  const newWarnings = kWarnings(stateOut).filter((line) => !kWarnings(stateIn).includes(line));
-  if (newWarnings.length) return [...newWarnings, 'DIFFERS: X_ITE warned about OUT'];
+  let stateIn = await snapshot(tabIn);
+  let stateOut = await snapshot(tabOut);
+  if (stateIn.warnings.length) return [...stateIn.warnings, 'IN IS FAULTY: X_ITE warned about IN'];
+  if (stateOut.warnings.length) return [...stateOut.warnings, 'DIFFERS: X_ITE warned about OUT'];
   let difference = stateDifference(stateIn, stateOut);
   if (difference) return [`DIFFERS: after loading and initialize: ${difference}`];
   const outputs = await tabIn.page.evaluate(() => window.difftest.routedOutputs());
@@ -143,8 +152,8 @@ async function comparePair(tabs, fileIn, fileOut) {
       }
       await send(tabIn);
       events++;
-      stateIn = await snapshot(tabIn, fileIn);
-      stateOut = await snapshot(tabOut, fileOut);
+      stateIn = await snapshot(tabIn);
+      stateOut = await snapshot(tabOut);
       difference = stateDifference(stateIn, stateOut);
       if (difference) return [`DIFFERS: after ${event}: ${difference}`];
     }

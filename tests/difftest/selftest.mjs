@@ -13,6 +13,7 @@ const pairs = join(here, 'pairs');
 const kExpected = {
   'same-rotation-written-two-ways': /^SAME/,
   'same-cuts-that-change-nothing': /^SAME: .*, 3 events$/,
+  'same-script-error-thrown-from-another-line': /^SAME/,
   'differs-field-value-changed':
     /^DIFFERS: after loading and initialize: 0\.appearance\.material\.diffuseColor: \[1,0,0\] in IN, \[1,0,0\.01\] in OUT$/,
   'differs-route-missing': /^DIFFERS: after loading and initialize: routes: OUT lacks the ROUTE 1\.value TO 2\.rotation$/,
@@ -22,6 +23,8 @@ const kExpected = {
   'differs-instance-is-value-changed': /^DIFFERS: .*0\{\}0\.appearance\.material\.diffuseColor: \[0,1,0\] in IN, \[0,1,0\.5\] in OUT$/,
   'differs-switch-hole-shown': /^DIFFERS: after loading and initialize: 0\.children\.1: Shape in IN, Group in OUT$/,
   'differs-switch-hole-shown-by-an-event': /^DIFFERS: after 0\.isActive sent \[true\]: 2\.children\.1: Shape in IN, Group in OUT$/,
+  'differs-script-throws-another-error':
+    /^DIFFERS: .*"error in function 'initialize': error: ReferenceError: missingFunction is not defined" in IN, "error in function 'initialize': error: ReferenceError: otherMissingFunction is not defined" in OUT$/,
   'differs-output-requests-another-host': /^DIFFERS: OUT requests other hosts: http:\/\/example\.com\/elsewhere\.wrl$/,
 };
 
