@@ -8,12 +8,12 @@
 // Both worlds load with live scripts on a clock that stands still, with the
 // same random numbers; their whole states must agree after initialize and
 // after each of the events that are then sent, the same to both, from every
-// routed eventOut of a node that is not a Script, for a few rounds. What the
-// scripts print must agree too. The last line of a report is its verdict:
+// routed eventOut of a built-in node other than Script (a sensor's, a
+// timer's, an interpolator's), for a few rounds. What the scripts print, and
+// the errors they throw, must agree too. The last line of a report is its verdict:
 // "SAME", "DIFFERS: ...", "OUT DOES NOT LOAD: ..." or "IN IS FAULTY: ...".
 // A request to any host but the runner's own is a failure of that world.
-import { readFileSync, writeFileSync } from 'node:fs';
-import { mkdtempSync, rmSync } from 'node:fs';
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { dirname, extname, join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -26,6 +26,16 @@ const origin = 'http://difftest.localhost';
 const kRounds = 3;
 const kTolerance = 1e-5;
 const kSeed = 20;
+const kPairMilliseconds = 300000;  // a world whose scripts never end fails
+
+// `promise`, or a failure after `milliseconds`.
+function withinTime(promise, milliseconds, what) {
+  let timer;
+  const late = new Promise((done, fail) => {
+    timer = setTimeout(() => fail(new Error(`${what} took more than ${milliseconds / 1000} s`)), milliseconds);
+  });
+  return Promise.race([promise, late]).finally(() => clearTimeout(timer));
+}
 
 const kPage = '<!DOCTYPE html><meta charset="utf-8"><script src="/driver.js"></script>' +
   '<script src="/x_ite/x_ite.min.js"></script>' +
@@ -124,7 +134,6 @@ function stateDifference(stateIn, stateOut) {
 // Runs IN and OUT in step; resolves to the report's lines.
 async function comparePair(tabs, fileIn, fileOut) {
   const [tabIn, tabOut] = tabs;
-  const lines = [];
   const failureIn = await loadWorld(tabIn, fileIn);
   if (failureIn) return [`IN IS FAULTY: IN does not load: ${failureIn}`];
   const failureOut = await loadWorld(tabOut, fileOut);
@@ -158,8 +167,7 @@ async function comparePair(tabs, fileIn, fileOut) {
       if (difference) return [`DIFFERS: after ${event}: ${difference}`];
     }
   }
-  lines.push(`SAME: ${stateIn.entries.length} entries of state, ${events} events`);
-  return lines;
+  return [`SAME: ${stateIn.entries.length} entries of state, ${events} events`];
 }
 
 // A request to another host fails the world that made it.
@@ -167,7 +175,8 @@ async function guardedComparison(tabs, fileIn, fileOut) {
   for (const tab of tabs) tab.strangers.length = 0;
   let lines;
   try {
-    lines = await comparePair(tabs, resolve(fileIn), resolve(fileOut));
+    lines = await withinTime(comparePair(tabs, resolve(fileIn), resolve(fileOut)), kPairMilliseconds,
+      'the pair');
   } catch (error) {
     lines = [`DIFFERS: the runner failed: ${String(error).split('\n')[0]}`];
   }
@@ -204,7 +213,7 @@ async function runList(listFile) {
         writeFileSync(report, `${lines.join('\n')}\n`);
         // A tab whose world broke the runner starts over.
         if (lines.at(-1).includes('the runner failed')) {
-          await Promise.all(tabs.map((tab) => tab.page.close().catch(() => {})));
+          await Promise.all(tabs.map((tab) => withinTime(tab.page.close(), 10000, 'closing').catch(() => {})));
           tabs = await newLane(browser);
         }
       }
