@@ -69,12 +69,15 @@ fuzz: build-fuzz
 	    | sed "s/^/fuzz_$$target /"; \
 	done
 
-# Random worlds pared under --vrml97 and run beside their input by ../shared/tools
-# (not part of `make test`): DIFFTEST_N worlds from the seed DIFFTEST_SEED on,
-# with the options DIFFTEST_OPTIONS besides --vrml97 (as "--digits 6").
+# Random worlds pared under --vrml97 and run beside their input in X_ITE in
+# headless Chromium (not part of `make test`): first the runner's own pairs of
+# worlds, then DIFFTEST_N worlds from the seed DIFFTEST_SEED on, with the
+# options DIFFTEST_OPTIONS besides --vrml97 (as "--digits 6").
 difftest: build
 	sh setup.sh difftest
+	$(MAKE) --no-print-directory web/node_modules/.package-lock.json
 	cmake --build $(BUILD) --target worldgen
+	node tests/difftest/selftest.mjs
 	DIFFTEST_OPTIONS="$(DIFFTEST_OPTIONS)" \
 	  tests/difftest/run.sh ./$(BUILD)/worldgen ./$(BUILD)/worldPare $(BUILD)/difftest \
 	  $(DIFFTEST_N) $(DIFFTEST_SEED)

@@ -6,7 +6,7 @@
 #   fuzz       the fuzz targets (clang 14 and its runtime libraries)
 #   page       the page in WebAssembly (Emscripten)
 #   test-page  the page in headless Chromium
-#   difftest   Node and npm, for the worlds run in a browser
+#   difftest   Node, npm and Chromium, for the worlds run in a browser
 # Without root it names the one command to run and fails.
 set -e
 packages() {
@@ -15,7 +15,7 @@ packages() {
     fuzz) echo clang-14 libclang-rt-14-dev ;;
     page) echo emscripten npm=npm ;;
     test-page) echo chromium fonts-dejavu-core ;;
-    difftest) echo node=nodejs npm=npm ;;
+    difftest) echo node=nodejs npm=npm chromium ;;
     *) echo "setup.sh: no set-up named $1" >&2; exit 2 ;;
   esac
 }
