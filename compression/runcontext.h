@@ -18,7 +18,8 @@ struct VPSending;
 /// What the cascade counts and keeps while it simulates.
 struct CascadeState {
   int fuzzyChangeCount = 0;   ///< new records made by storeEvent: the measure of progress
-  int cascadeEventCount = 0;  ///< deliveries since the last new record
+  int cascadeEventCount = 0;  ///< deliveries since the last new record (--vrml97: or since
+                              ///< the event entered the cascade)
   int loopCheckArmed = 1;     ///< falls to 0 when the loop message has been given
   int eventDepth = 0;         ///< deliveries now nested in one event chain
   VPSending* freeSendings = nullptr;  ///< --vrml97: marks of fields that sent, for reuse

@@ -1134,6 +1134,10 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData, bool fromInterface) {
   int& eventDepth = cascade().eventDepth;
   int& cascadeEventCount = cascade().cascadeEventCount;
   CHECK(eventDepth < 100000);
+  // --vrml97: a loop of routes ends where an event comes back to a field still
+  // being sent, so however many events a world delivers it settles. Only routes
+  // that fork and join again are counted, from each event that enters the cascade.
+  if (vrml97Option() && eventDepth == 0) cascadeEventCount = 0;
   eventDepth++;
   if (isProtoInstance()) {
     bool linked = handToBody(eventData, nullptr, nullptr);
@@ -1147,7 +1151,7 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData, bool fromInterface) {
     }
     if (exposed && !fromInterface) shareThroughInterface(eventData);
   } else {
-    if (++cascadeEventCount >= kEventLimit && cascade().loopCheckArmed) {
+    if (++cascadeEventCount >= kEventLimit && cascade().loopCheckArmed && !vrml97Option()) {
       cascade().loopCheckArmed = 0;
       reportError("Infinite or near infinite loop detected!");
     }
@@ -1233,19 +1237,33 @@ void VPNode::initializeNode() {
 
 // A standard node, or an instance of an EXTERNPROTO, may fire each routed
 // eventOut at any time with any value.
-void VPNode::simulateRouteSources() {
-  for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
+namespace {
+
+// Calls `send` with the source field of each route out of the node. One
+// sending of a field takes every route from it: --vrml97 sends each field
+// once, so that a field with n routes delivers n events, not n * n.
+template <class Send>
+void forEachRoutedField(const VPNode* node, Send send) {
+  std::unordered_set<const VPField*> sent;
+  for (VPRouteList* cell = node->other.routesOut; cell != nullptr; cell = cell->next) {
     VPRoute* route = cell->route;
-    CHECK(route->sourceNode == this);
-    if (route->sourceField->theClass != VPField::EVENT_OUT && !isOpaqueField(this, route->sourceField)) {
-      continue;
-    }
-    VPFuzzyValue event(route->sourceField);
+    CHECK(route->sourceNode == node);
+    if (vrml97Option() && !sent.insert(route->sourceField).second) continue;
+    send(route->sourceField);
+  }
+}
+
+}  // namespace
+
+void VPNode::simulateRouteSources() {
+  forEachRoutedField(this, [this](VPField* field) {
+    if (field->theClass != VPField::EVENT_OUT && !isOpaqueField(this, field)) return;
+    VPFuzzyValue event(field);
     event.valueKnown = 0;
-    pushContext("Simulating the %s event", route->sourceField->name);
+    pushContext("Simulating the %s event", field->name);
     sendEvent(&event);
     popContext();
-  }
+  });
 }
 
 namespace {
@@ -1298,16 +1316,14 @@ void VPNode::simulateOpaqueScript() {
     setAnyField(node, node->other.baseProto->fields, reach);
     setAnyField(node, interface, reach);
   }
-  for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
-    VPRoute* route = cell->route;
-    CHECK(route->sourceNode == this);
-    VPFuzzyValue* event = anyValueEvent(route->sourceField, reach);
-    pushContext("Simulating the %s event", route->sourceField->name);
+  forEachRoutedField(this, [this, &reach](VPField* field) {
+    VPFuzzyValue* event = anyValueEvent(field, reach);
+    pushContext("Simulating the %s event", field->name);
     sendEvent(event);
     popContext();
     event->freeValues();
     delete event;
-  }
+  });
 }
 
 // --vrml97: another world may instantiate the PROTO of a stand-in, route to
