@@ -62,6 +62,38 @@ VPValue* findEqualCell(VPValue* list, int type, const VPValue* cell) {
   return nullptr;
 }
 
+// While it lives, a merge into a long record of nodes looks its nodes up in a
+// set instead of walking them all: a body node takes one node from each of
+// many instances. Only merges change the records meanwhile.
+class IndexedMerges {
+ public:
+  IndexedMerges() { cascade().indexedMerges++; }
+  ~IndexedMerges() {
+    if (--cascade().indexedMerges == 0) cascade().mergedNodes.clear();
+  }
+  IndexedMerges(const IndexedMerges&) = delete;
+  IndexedMerges& operator=(const IndexedMerges&) = delete;
+};
+
+// Records shorter than this are walked.
+constexpr int kIndexedLength = 32;
+
+// The set of a record's nodes when merges are indexed and it is long, else NULL.
+std::unordered_set<const VPNode*>* mergedNodesOf(const VPFuzzyValue* record) {
+  CascadeState& state = cascade();
+  if (state.indexedMerges == 0 || !record->field->holdsNodes()) return nullptr;
+  auto found = state.mergedNodes.find(record);
+  if (found != state.mergedNodes.end()) return &found->second;
+  int length = 0;
+  for (const VPValue* cell = record->values; cell != nullptr && length < kIndexedLength; cell = cell->next) {
+    length++;
+  }
+  if (length < kIndexedLength) return nullptr;
+  std::unordered_set<const VPNode*>& nodes = state.mergedNodes[record];
+  for (const VPValue* cell = record->values; cell != nullptr; cell = cell->next) nodes.insert(cell->node);
+  return &nodes;
+}
+
 // Deletes record cells and their float arrays; strings stay with the run.
 void releaseCells(VPValue* cells, int type) {
   while (cells != nullptr) {
@@ -212,6 +244,7 @@ void VPFuzzyValue::freeValues() {
 void VPFuzzyValue::becomeUnknown() {
   valueKnown = 0;
   freeValues();
+  cascade().mergedNodes.erase(this);
 }
 
 void VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
@@ -226,19 +259,23 @@ void VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
     valueKnown = 0;
     return;
   }
+  std::unordered_set<const VPNode*>* nodes = mergedNodesOf(this);
   for (const VPValue* iter = other->values; iter != nullptr; iter = iter->next) {
     VPValue mapped = *iter;
     if (field->holdsNodes()) {
       if (iter->node == nullptr) continue;
       mapped.node = mappedNode(iter->node, mapShadows);
     }
-    if (findEqualCell(values, type, &mapped) != nullptr) continue;
+    bool present = nodes != nullptr ? nodes->count(mapped.node) != 0
+                                    : findEqualCell(values, type, &mapped) != nullptr;
+    if (present) continue;
     if (type == VPField::SFBool && values != nullptr) {
       CHECK(iter->intValue != values->intValue);
       becomeUnknown();
       return;
     }
     pushCell(&values)->copyValue(&mapped, type);
+    if (nodes != nullptr) nodes->insert(mapped.node);
   }
 }
 
@@ -382,6 +419,7 @@ void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows)
   // --vrml97: a body node stands for its copies in all instances, whose records
   // hold what scripts and routes did to fields that the body does not list.
   if (vrml97Option() && other.shadowNodes != nullptr) {
+    IndexedMerges indexed;
     for (VPShadow* shadow = other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
       shadow->shadow->getFuzzyValue(result, field, 1);
     }
@@ -1107,13 +1145,8 @@ bool VPNode::handToBody(VPFuzzyValue* eventData, const VPNode* exceptNode, const
 // as one field: what one of them takes from inside the body, the others take
 // too, and so does the interface of the instance around, if it is IS further.
 void VPNode::shareThroughInterface(VPFuzzyValue* eventData) {
-  VPNode* original = other.shadowedNode;
-  if (original == nullptr) return;
-  VPNode* root = nullptr;
-  for (VPShadow* shadow = original->other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
-    if (shadow->shadow == this) root = shadow->root;
-  }
-  CHECK(root != NULL);
+  VPNode* root = other.shadowRoot;
+  if (root == nullptr) return;
   VPField* field = eventData->field;
   for (VPIsLink* link = root->other.generic.isLinks; link != nullptr; link = link->next) {
     if (link->node != this || link->nodeField != field) continue;
@@ -1407,6 +1440,7 @@ void VPNode::mergeShadows(int mergeValues) {
   }
   if (nodeType != SCRIPT && nodeType != OTHER) return;
   if (mergeValues) CHECK(other.values == NULL);
+  IndexedMerges indexed;
   for (VPShadow* shadowIter = other.shadowNodes; shadowIter != nullptr; shadowIter = shadowIter->next) {
     VPNode* shadow = shadowIter->shadow;
     CHECK(shadow->nodeType == nodeType);

@@ -157,6 +157,7 @@ struct VPNode {
     VPRouteList* routesOut; ///< newest first
     VPShadow* shadowNodes;
     VPNode* shadowedNode;
+    VPNode* shadowRoot;     ///< a copy: the instance it was made for
     VPFuzzyValue* values;
     VPSending* sending;     ///< --vrml97: the fields it sends in the running cascade
     struct {
