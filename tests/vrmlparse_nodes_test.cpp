@@ -18,7 +18,7 @@ const char* const standardNodes[] = {
     "TouchSensor", "Transform", "Viewpoint", "VisibilitySensor", "WorldInfo"};
 
 VPNode* declaration(VPFile* file, const char* name) {
-  StringTable::Entry* entry = file->protos->findString(name);
+  StringTable::Entry* entry = file->findTopProto(name);
   return entry != nullptr ? static_cast<VPNode*>(entry->data) : nullptr;
 }
 
