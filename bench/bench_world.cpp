@@ -1,10 +1,13 @@
 // Throughput benchmark of the whole tool: generates static worlds of 5, 10 and
 // 20 MB (Transforms holding Shapes with large IndexedFaceSets), runs worldPare
-// on each and reports MB/s and peak memory against the input's size.
+// on each and reports MB/s and peak memory against the input's size. Then a
+// table of shapes of world, each at n, 2n, 4n and 8n, with the ratio of the
+// times per doubling: a pass that is linear in the world keeps it near 2.
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -49,23 +52,133 @@ long generateWorld(const std::string& path, long targetBytes) {
 
 struct RunResult {
   double seconds;
+  double cpuSeconds;  // user and system: what other loads of the machine change least
   long peakKilobytes;
   int status;
 };
 
-RunResult runTool(const char* tool, const std::string& input, const std::string& output) {
+RunResult runTool(const char* tool, const std::string& input, const std::string& output,
+                  const char* option = nullptr) {
   unlink(output.c_str());
   auto start = std::chrono::steady_clock::now();
   pid_t child = fork();
   if (child == 0) {
-    execl(tool, tool, input.c_str(), output.c_str(), static_cast<char*>(nullptr));
+    if (option != nullptr) {
+      execl(tool, tool, option, input.c_str(), output.c_str(), static_cast<char*>(nullptr));
+    } else {
+      execl(tool, tool, input.c_str(), output.c_str(), static_cast<char*>(nullptr));
+    }
     _exit(127);
   }
   int status = 0;
   struct rusage usage;
   wait4(child, &status, 0, &usage);
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  return {seconds, usage.ru_maxrss, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+  auto inSeconds = [](const timeval& time) { return double(time.tv_sec) + double(time.tv_usec) / 1e6; };
+  return {seconds, inSeconds(usage.ru_utime) + inSeconds(usage.ru_stime), usage.ru_maxrss,
+          WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+}
+
+// Shapes of world that stress one pass each: one clock fanned out to many
+// interpolators, one sensor to many Scripts, PROTO instances nested in each
+// other, Transforms nested, PROTOs each made of the one before, many DEF names.
+void writeFanOut(FILE* out, int n) {
+  fprintf(out, "DEF C TimeSensor { loop TRUE }\n");
+  for (int i = 0; i < n; i++) {
+    fprintf(out, "DEF T%d Transform { children Shape { geometry Box {} } }\n", i);
+    fprintf(out, "DEF P%d PositionInterpolator { key [0 1] keyValue [0 0 0 %d 0 0] }\n", i, i);
+    fprintf(out, "ROUTE C.fraction_changed TO P%d.set_fraction\n", i);
+    fprintf(out, "ROUTE P%d.value_changed TO T%d.set_translation\n", i, i);
+  }
+}
+
+void writeScripts(FILE* out, int n) {
+  fprintf(out, "DEF S TouchSensor {}\nShape { geometry Box {} }\nDEF L PointLight {}\n");
+  for (int i = 0; i < n; i++) {
+    fprintf(out, "DEF J%d Script { eventIn SFBool on eventOut SFBool out "
+                 "url \"javascript: function on(v) { out = v; }\" }\n", i);
+    fprintf(out, "ROUTE S.isActive TO J%d.on\nROUTE J%d.out TO L.on\n", i, i);
+  }
+}
+
+void writeNested(FILE* out, int n, const char* open, const char* close) {
+  for (int i = 0; i < n; i++) fputs(open, out);
+  fputs("Shape { geometry Box {} }", out);
+  for (int i = 0; i < n; i++) fputs(close, out);
+  fputs("\n", out);
+}
+
+void writeNestedInstances(FILE* out, int n) {
+  fprintf(out, "PROTO NestP [ exposedField MFNode c [] ] { Group { children IS c } }\n");
+  writeNested(out, n, "NestP { c [ ", "] } ");
+}
+
+void writeNestedTransforms(FILE* out, int n) { writeNested(out, n, "Transform { children [ ", "] } "); }
+
+void writeProtoChain(FILE* out, int n) {
+  fprintf(out, "PROTO P0 [ exposedField SFVec3f t 0 0 0 ] "
+               "{ Transform { translation IS t children Shape { geometry Box {} } } }\n");
+  for (int i = 1; i < n; i++) {
+    fprintf(out, "PROTO P%d [ exposedField SFVec3f t 0 0 0 ] { P%d { t IS t } }\n", i, i - 1);
+  }
+  fprintf(out, "P%d { t 1 2 3 }\n", n - 1);
+}
+
+void writeDefNames(FILE* out, int n) {
+  for (int i = 0; i < n; i++) fprintf(out, "DEF N%d Transform { translation %d 0 0 }\n", i, i);
+}
+
+struct Shape {
+  const char* name;
+  void (*write)(FILE* out, int n);
+  int n;
+  const char* option;
+};
+
+const Shape kShapes[] = {
+    {"fan-out", writeFanOut, 11000, "--vrml97"},
+    {"scripts", writeScripts, 16000, "--vrml97"},
+    {"nested instances", writeNestedInstances, 12500, nullptr},
+    {"nested instances", writeNestedInstances, 12500, "--vrml97"},
+    {"nested Transforms", writeNestedTransforms, 12500, nullptr},
+    {"PROTO chain", writeProtoChain, 100, nullptr},
+    {"DEF names", writeDefNames, 55000, nullptr},
+};
+
+long generateShape(const std::string& path, const Shape& shape, int n) {
+  FILE* out = fopen(path.c_str(), "w");
+  if (out == nullptr) {
+    perror(path.c_str());
+    exit(2);
+  }
+  fprintf(out, "#VRML V2.0 utf8\n");
+  shape.write(out, n);
+  long size = ftell(out);
+  fclose(out);
+  return size;
+}
+
+void benchShapes(const char* tool, const std::string& directory) {
+  printf("\nCPU seconds of each shape at n, 2n, 4n, 8n; ratio: the largest of one doubling\n");
+  printf("%-18s %-9s %8s %9s %9s %9s %9s %7s %6s\n", "shape", "option", "n", "t(n)", "t(2n)",
+         "t(4n)", "t(8n)", "ratio", "8n MB");
+  for (const Shape& shape : kShapes) {
+    std::string input = directory + "/shape.wrl";
+    std::string output = directory + "/shape.out.wrl";
+    double seconds[4];
+    double worst = 0;
+    long size = 0;
+    for (int step = 0; step < 4; step++) {
+      size = generateShape(input, shape, shape.n << step);
+      RunResult result = runTool(tool, input, output, shape.option);
+      if (result.status != 1) printf("%s at %d: status %d\n", shape.name, shape.n << step, result.status);
+      seconds[step] = result.cpuSeconds;
+      if (step > 0) worst = std::max(worst, seconds[step] / seconds[step - 1]);
+    }
+    printf("%-18s %-9s %8d %9.3f %9.3f %9.3f %9.3f %6.2fx %6.1f\n", shape.name,
+           shape.option != nullptr ? shape.option : "", shape.n, seconds[0], seconds[1], seconds[2],
+           seconds[3], worst, double(size) / (1 << 20));
+  }
 }
 
 }  // namespace
@@ -86,5 +199,6 @@ int main(int argc, char** argv) {
     printf("%8.1f %10.3f %8.1f %8.1f %10.2f %8d\n", size, result.seconds, size / result.seconds,
            peak, peak / size, result.status);
   }
+  benchShapes(argv[1], argv[2]);
   return 0;
 }

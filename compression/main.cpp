@@ -53,7 +53,7 @@ namespace {
 
 RunHeap processHeap;
 Diagnostics processDiagnostics;
-RunContext processContext = {0, 0, &processHeap, &processDiagnostics, {}, {}};
+RunContext processContext = {0, 0, &processHeap, &processDiagnostics, {}, {}, {}};
 
 Diagnostics* diagnostics() { return currentRun->diagnostics; }
 

@@ -7,23 +7,45 @@
 #ifndef WORLDPARE_RUNCONTEXT_H
 #define WORLDPARE_RUNCONTEXT_H
 
+#include <cstdint>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "runheap.h"
 
 struct Diagnostics;
+struct VPFuzzyValue;
 struct VPNode;
 struct VPSending;
 
 /// What the cascade counts and keeps while it simulates.
 struct CascadeState {
   int fuzzyChangeCount = 0;   ///< new records made by storeEvent: the measure of progress
-  int cascadeEventCount = 0;  ///< deliveries since the last new record
+  int cascadeEventCount = 0;  ///< deliveries since the last new record (--vrml97: or since
+                              ///< the event entered the cascade)
   int loopCheckArmed = 1;     ///< falls to 0 when the loop message has been given
   int eventDepth = 0;         ///< deliveries now nested in one event chain
   VPSending* freeSendings = nullptr;  ///< --vrml97: marks of fields that sent, for reuse
   /// --vrml97: the nodes that an opaque Script reaches through node fields.
   std::unordered_set<const VPNode*> opaqueReach;
+  int indexedMerges = 0;  ///< scopes in which merges look nodes up in mergedNodes
+  /// The nodes of each long record that merges add to while indexedMerges > 0.
+  std::unordered_map<const VPFuzzyValue*, std::unordered_set<const VPNode*>> mergedNodes;
+};
+
+/// A body node of a PROTO and the instance for which it was copied.
+struct ShadowKey {
+  const VPNode* original;
+  const VPNode* root;
+  bool operator==(const ShadowKey& other) const {
+    return original == other.original && root == other.root;
+  }
+};
+struct ShadowKeyHash {
+  size_t operator()(const ShadowKey& key) const {
+    return std::hash<uintptr_t>()(reinterpret_cast<uintptr_t>(key.original) * 31 +
+                                  reinterpret_cast<uintptr_t>(key.root));
+  }
 };
 
 /// Where the VRML writer stands between two pieces of text.
@@ -41,6 +63,9 @@ struct RunContext {
   Diagnostics* diagnostics;
   CascadeState cascade;
   WriterSpacing spacing;
+  /// The copy of each body node made for each instance, as its shadow list
+  /// holds it: found at once, however many instances a PROTO has.
+  std::unordered_map<ShadowKey, VPNode*, ShadowKeyHash> shadowCopies;
 };
 
 /// The record of the run on this thread. A plain thread-local pointer: it

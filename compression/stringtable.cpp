@@ -1,4 +1,4 @@
-// String table: chained hashing with a fixed bucket count.
+// String table: chained hashing; the buckets grow when the chains grow long.
 #include "stringtable.h"
 
 #include <cstring>
@@ -34,7 +34,31 @@ uint32_t StringTable::hashString(const char* key) {
   return hash;
 }
 
+// More than two entries a bucket on average: twice the buckets and one more.
+// Each chain keeps its order, so that a key added again still hides the older.
+void StringTable::grow() {
+  int32_t oldCount = bucketCount;
+  Entry** oldBuckets = buckets;
+  bucketCount = oldCount * 2 + 1;
+  buckets = newObjectArray<Entry*>(size_t(bucketCount));
+  Entry*** tails = newObjectArray<Entry**>(size_t(bucketCount));
+  for (int32_t i = 0; i < bucketCount; i++) tails[i] = &buckets[i];
+  for (int32_t i = 0; i < oldCount; i++) {
+    for (Entry* entry = oldBuckets[i]; entry != nullptr;) {
+      Entry* next = entry->next;
+      Entry**& tail = tails[entry->hash % uint32_t(bucketCount)];
+      entry->next = nullptr;
+      *tail = entry;
+      tail = &entry->next;
+      entry = next;
+    }
+  }
+  releaseObject(tails);
+  releaseObject(oldBuckets);
+}
+
 StringTable::Entry* StringTable::addString(const char* key, void* data) {
+  if (++entryCount > 2 * bucketCount) grow();
   Entry* entry = new Entry;
   entry->key = copyObjectString(key);
   entry->hash = hashString(key);
@@ -59,6 +83,7 @@ void StringTable::removeString(const char* key) {
     Entry* entry = *link;
     if (entry->hash == hash && strcmp(entry->key, key) == 0) {
       *link = entry->next;
+      entryCount--;
       releaseObject(entry->key);
       delete entry;
       return;

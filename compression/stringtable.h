@@ -1,5 +1,7 @@
 // String table: the one associative container of the program, a chained hash
-// table from NUL-ended strings to one pointer. It never grows or rehashes.
+// table from NUL-ended strings to one pointer. It grows with its entries, so
+// that a lookup stays short however many names a world has; nothing walks it,
+// so no output depends on its bucket count.
 // Its memory is the run's (runheap.h); includes no other module.
 #ifndef WORLDPARE_STRINGTABLE_H
 #define WORLDPARE_STRINGTABLE_H
@@ -34,8 +36,10 @@ class StringTable {
 
  private:
   Entry** chainOf(uint32_t hash) const { return &buckets[hash % uint32_t(bucketCount)]; }
+  void grow();
 
   int32_t bucketCount;
+  int32_t entryCount = 0;
   Entry** buckets;
   void (*releaseData)(void*);
 };

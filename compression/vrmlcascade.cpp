@@ -62,6 +62,38 @@ VPValue* findEqualCell(VPValue* list, int type, const VPValue* cell) {
   return nullptr;
 }
 
+// While it lives, a merge into a long record of nodes looks its nodes up in a
+// set instead of walking them all: a body node takes one node from each of
+// many instances. Only merges change the records meanwhile.
+class IndexedMerges {
+ public:
+  IndexedMerges() { cascade().indexedMerges++; }
+  ~IndexedMerges() {
+    if (--cascade().indexedMerges == 0) cascade().mergedNodes.clear();
+  }
+  IndexedMerges(const IndexedMerges&) = delete;
+  IndexedMerges& operator=(const IndexedMerges&) = delete;
+};
+
+// Records shorter than this are walked.
+constexpr int kIndexedLength = 32;
+
+// The set of a record's nodes when merges are indexed and it is long, else NULL.
+std::unordered_set<const VPNode*>* mergedNodesOf(const VPFuzzyValue* record) {
+  CascadeState& state = cascade();
+  if (state.indexedMerges == 0 || !record->field->holdsNodes()) return nullptr;
+  auto found = state.mergedNodes.find(record);
+  if (found != state.mergedNodes.end()) return &found->second;
+  int length = 0;
+  for (const VPValue* cell = record->values; cell != nullptr && length < kIndexedLength; cell = cell->next) {
+    length++;
+  }
+  if (length < kIndexedLength) return nullptr;
+  std::unordered_set<const VPNode*>& nodes = state.mergedNodes[record];
+  for (const VPValue* cell = record->values; cell != nullptr; cell = cell->next) nodes.insert(cell->node);
+  return &nodes;
+}
+
 // Deletes record cells and their float arrays; strings stay with the run.
 void releaseCells(VPValue* cells, int type) {
   while (cells != nullptr) {
@@ -212,6 +244,7 @@ void VPFuzzyValue::freeValues() {
 void VPFuzzyValue::becomeUnknown() {
   valueKnown = 0;
   freeValues();
+  cascade().mergedNodes.erase(this);
 }
 
 void VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
@@ -226,19 +259,23 @@ void VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
     valueKnown = 0;
     return;
   }
+  std::unordered_set<const VPNode*>* nodes = mergedNodesOf(this);
   for (const VPValue* iter = other->values; iter != nullptr; iter = iter->next) {
     VPValue mapped = *iter;
     if (field->holdsNodes()) {
       if (iter->node == nullptr) continue;
       mapped.node = mappedNode(iter->node, mapShadows);
     }
-    if (findEqualCell(values, type, &mapped) != nullptr) continue;
+    bool present = nodes != nullptr ? nodes->count(mapped.node) != 0
+                                    : findEqualCell(values, type, &mapped) != nullptr;
+    if (present) continue;
     if (type == VPField::SFBool && values != nullptr) {
       CHECK(iter->intValue != values->intValue);
       becomeUnknown();
       return;
     }
     pushCell(&values)->copyValue(&mapped, type);
+    if (nodes != nullptr) nodes->insert(mapped.node);
   }
 }
 
@@ -382,6 +419,7 @@ void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows)
   // --vrml97: a body node stands for its copies in all instances, whose records
   // hold what scripts and routes did to fields that the body does not list.
   if (vrml97Option() && other.shadowNodes != nullptr) {
+    IndexedMerges indexed;
     for (VPShadow* shadow = other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
       shadow->shadow->getFuzzyValue(result, field, 1);
     }
@@ -1107,13 +1145,8 @@ bool VPNode::handToBody(VPFuzzyValue* eventData, const VPNode* exceptNode, const
 // as one field: what one of them takes from inside the body, the others take
 // too, and so does the interface of the instance around, if it is IS further.
 void VPNode::shareThroughInterface(VPFuzzyValue* eventData) {
-  VPNode* original = other.shadowedNode;
-  if (original == nullptr) return;
-  VPNode* root = nullptr;
-  for (VPShadow* shadow = original->other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
-    if (shadow->shadow == this) root = shadow->root;
-  }
-  CHECK(root != NULL);
+  VPNode* root = other.shadowRoot;
+  if (root == nullptr) return;
   VPField* field = eventData->field;
   for (VPIsLink* link = root->other.generic.isLinks; link != nullptr; link = link->next) {
     if (link->node != this || link->nodeField != field) continue;
@@ -1134,6 +1167,10 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData, bool fromInterface) {
   int& eventDepth = cascade().eventDepth;
   int& cascadeEventCount = cascade().cascadeEventCount;
   CHECK(eventDepth < 100000);
+  // --vrml97: a loop of routes ends where an event comes back to a field still
+  // being sent, so however many events a world delivers it settles. Only routes
+  // that fork and join again are counted, from each event that enters the cascade.
+  if (vrml97Option() && eventDepth == 0) cascadeEventCount = 0;
   eventDepth++;
   if (isProtoInstance()) {
     bool linked = handToBody(eventData, nullptr, nullptr);
@@ -1147,7 +1184,7 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData, bool fromInterface) {
     }
     if (exposed && !fromInterface) shareThroughInterface(eventData);
   } else {
-    if (++cascadeEventCount >= kEventLimit && cascade().loopCheckArmed) {
+    if (++cascadeEventCount >= kEventLimit && cascade().loopCheckArmed && !vrml97Option()) {
       cascade().loopCheckArmed = 0;
       reportError("Infinite or near infinite loop detected!");
     }
@@ -1233,19 +1270,33 @@ void VPNode::initializeNode() {
 
 // A standard node, or an instance of an EXTERNPROTO, may fire each routed
 // eventOut at any time with any value.
-void VPNode::simulateRouteSources() {
-  for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
+namespace {
+
+// Calls `send` with the source field of each route out of the node. One
+// sending of a field takes every route from it: --vrml97 sends each field
+// once, so that a field with n routes delivers n events, not n * n.
+template <class Send>
+void forEachRoutedField(const VPNode* node, Send send) {
+  std::unordered_set<const VPField*> sent;
+  for (VPRouteList* cell = node->other.routesOut; cell != nullptr; cell = cell->next) {
     VPRoute* route = cell->route;
-    CHECK(route->sourceNode == this);
-    if (route->sourceField->theClass != VPField::EVENT_OUT && !isOpaqueField(this, route->sourceField)) {
-      continue;
-    }
-    VPFuzzyValue event(route->sourceField);
+    CHECK(route->sourceNode == node);
+    if (vrml97Option() && !sent.insert(route->sourceField).second) continue;
+    send(route->sourceField);
+  }
+}
+
+}  // namespace
+
+void VPNode::simulateRouteSources() {
+  forEachRoutedField(this, [this](VPField* field) {
+    if (field->theClass != VPField::EVENT_OUT && !isOpaqueField(this, field)) return;
+    VPFuzzyValue event(field);
     event.valueKnown = 0;
-    pushContext("Simulating the %s event", route->sourceField->name);
+    pushContext("Simulating the %s event", field->name);
     sendEvent(&event);
     popContext();
-  }
+  });
 }
 
 namespace {
@@ -1298,16 +1349,14 @@ void VPNode::simulateOpaqueScript() {
     setAnyField(node, node->other.baseProto->fields, reach);
     setAnyField(node, interface, reach);
   }
-  for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
-    VPRoute* route = cell->route;
-    CHECK(route->sourceNode == this);
-    VPFuzzyValue* event = anyValueEvent(route->sourceField, reach);
-    pushContext("Simulating the %s event", route->sourceField->name);
+  forEachRoutedField(this, [this, &reach](VPField* field) {
+    VPFuzzyValue* event = anyValueEvent(field, reach);
+    pushContext("Simulating the %s event", field->name);
     sendEvent(event);
     popContext();
     event->freeValues();
     delete event;
-  }
+  });
 }
 
 // --vrml97: another world may instantiate the PROTO of a stand-in, route to
@@ -1391,6 +1440,7 @@ void VPNode::mergeShadows(int mergeValues) {
   }
   if (nodeType != SCRIPT && nodeType != OTHER) return;
   if (mergeValues) CHECK(other.values == NULL);
+  IndexedMerges indexed;
   for (VPShadow* shadowIter = other.shadowNodes; shadowIter != nullptr; shadowIter = shadowIter->next) {
     VPNode* shadow = shadowIter->shadow;
     CHECK(shadow->nodeType == nodeType);

@@ -275,10 +275,9 @@ void VPNode::redirectRouteOut(VPRoute* route) {
 }
 
 VPNode* VPNode::findShadow(const VPNode* root) {
-  for (VPShadow* shadow = other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
-    if (shadow->root == root) return shadow->shadow;
-  }
-  return nullptr;
+  auto& copies = currentRun->shadowCopies;
+  auto found = copies.find({this, root});
+  return found != copies.end() ? found->second : nullptr;
 }
 
 // A route between two body nodes is copied once, by the end copied second; the
@@ -307,7 +306,9 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
   VPShadow* shadow = newRecord<VPShadow>();
   *shadow = {originalNode->other.shadowNodes, this, newNode};
   originalNode->other.shadowNodes = shadow;
+  currentRun->shadowCopies[{originalNode, this}] = newNode;
   newNode->other.shadowedNode = originalNode;
+  newNode->other.shadowRoot = this;
   for (VPRouteList* cell = originalNode->other.routesOut; cell != nullptr; cell = cell->next) {
     VPNode* destCopy = cell->route->destNode->findShadow(this);
     if (destCopy != nullptr) {
@@ -823,9 +824,7 @@ void forEachSightOf(VPNode* node, See see) {
   }
   if (VPNode* original = node->other.shadowedNode) {
     see(original, node->scriptSeen);
-    for (VPShadow* shadow = original->other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
-      if (shadow->shadow == node) see(shadow->root, kValuesSeen);
-    }
+    see(node->other.shadowRoot, kValuesSeen);
   }
   if (node->isProtoInstance()) see(node->other.baseProto, kValuesSeen);
 }

@@ -1223,17 +1223,44 @@ field SFString title=""
 )vrml",
 };
 
+// The text of the library's declaration of a standard node, from its line
+// "EXTERNPROTO name [" to the end of its url; empty when there is none.
+std::string builtinDeclaration(const char* name) {
+  std::string start = std::string("\nEXTERNPROTO ") + name + " [\n";
+  for (const char* chunk : libraryChunks) {
+    const char* found = strstr(chunk, start.c_str());
+    if (found == nullptr) continue;
+    const char* url = strstr(found, "\n] \"");
+    const char* end = strchr(url + 4, '"');
+    return std::string(found, end + 1);
+  }
+  return std::string();
+}
+
 }  // namespace
 
 VPFile::VPFile() {
   protos = new StringTable(211, nullptr);
   namedNodes = new StringTable(211, nullptr);
-  for (const char* chunk : libraryChunks) {
-    std::vector<char> text(chunk, chunk + strlen(chunk) + 1);  // the tokenizer writes into it
-    parseText(text.data());
-    forEachNode(topLevel, [](VPNode* declaration) { declaration->isBuiltin = 1; });
-    topLevel = nullptr;
-  }
+}
+
+// The standard nodes are declared when the world first names one: a world
+// uses few of them, and reading them all took most of a small world's run.
+// Each is read by a file of its own, whose tokenizer this one's does not disturb.
+StringTable::Entry* VPFile::findTopProto(const char* name) {
+  StringTable::Entry* entry = protos->findString(name);
+  if (entry != nullptr || isLibrary) return entry;
+  std::string declaration = builtinDeclaration(name);
+  if (declaration.empty()) return nullptr;
+  std::string text = "#VRML V2.0 utf8" + declaration;
+  std::vector<char> buffer(text.begin(), text.end());
+  buffer.push_back(0);  // the tokenizer writes into it
+  VPFile library;
+  library.isLibrary = true;
+  library.parseText(buffer.data());
+  VPNode* builtin = library.topLevel->node;
+  builtin->isBuiltin = 1;
+  return protos->addString(name, builtin);
 }
 
 /* ---------------------------------------------------------------------------
@@ -1619,14 +1646,14 @@ VPNode* VPFile::findProto(const char* name) {
       return static_cast<VPNode*>(entry->data);
     }
   }
-  StringTable::Entry* entry = protos->findString(name);
+  StringTable::Entry* entry = findTopProto(name);
   return entry != nullptr ? static_cast<VPNode*>(entry->data) : nullptr;
 }
 
 // --vrml97Option: a declaration of a name that the input declared before replaces it
 // from here on. The standard nodes keep their names: false, nothing declared.
 bool VPFile::declareProto(VPNode* proto) {
-  StringTable::Entry* builtin = protos->findString(proto->name);
+  StringTable::Entry* builtin = findTopProto(proto->name);
   if (builtin != nullptr && static_cast<VPNode*>(builtin->data)->isBuiltin) return false;
   StringTable* scope = localProtos.empty() ? protos : localProtos.back();
   if (StringTable::Entry* entry = scope->findString(proto->name)) {
@@ -1818,6 +1845,7 @@ VPNodeList* VPFile::parseExternProto() {
   CHECK_AT(*token == ']', tokenLine, tokenColumn, "%s", interfaceEndSentence(openLine).c_str());
   result->node->urls = parseMFString();
   if (!vrml97Option() || !declareProto(result->node)) {
+    findTopProto(result->node->name);  // declares a standard node of that name
     CHECK(protos->findString (result->node->name) == 0);
     protos->addString(result->node->name, result->node);
   }
@@ -1868,7 +1896,7 @@ VPNodeList* VPFile::parseProto() {
            describeToken().c_str(), openLine);
   popContext();
   if (!vrml97Option() || !declareProto(proto)) {
-    if (protos->findString(proto->name) != nullptr) {
+    if (findTopProto(proto->name) != nullptr) {
       reportError("Duplicate definition found for PROTO %s (deleting)!", proto->name);
       return parseNodeOrProto();
     }

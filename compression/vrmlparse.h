@@ -169,6 +169,7 @@ struct VPNode {
     VPRouteList* routesOut; ///< newest first
     VPShadow* shadowNodes;
     VPNode* shadowedNode;
+    VPNode* shadowRoot;     ///< a copy: the instance it was made for
     VPFuzzyValue* values;
     VPSending* sending;     ///< --vrml97: the fields it sends in the running cascade
     struct {
@@ -336,9 +337,12 @@ struct VPFile {
   VPNodeList* nestedDeclarations = nullptr;
   /// --vrml97: nodes whose DEF name a later DEF took, by scope, innermost last.
   std::vector<std::vector<VPNode*>> hiddenNodes;
+  bool isLibrary = false;  ///< reads one declaration of the library, and knows no other
 
-  /// Makes the tables and loads the built-in library of standard nodes.
+  /// Makes the tables; the standard nodes are read as the world names them.
   VPFile();
+  /// A PROTO or EXTERNPROTO of the file's top scope, or a standard node, by type name.
+  StringTable::Entry* findTopProto(const char* name);
 
   void parseText(char* text);
   void startText(char* text);
