@@ -200,29 +200,4 @@ Script { field SFNode s USE SLOT field SFNode sw USE SW
   EXPECT_NE(written.find("s.slot=sw;"), std::string::npos) << written;
 }
 
-TEST(Vrml97Scripts, AnOpaqueScriptMaySendAnyValueFromItsFields) {
-  // Nothing is known of pick: the Switch it drives keeps every child.
-  std::string written = asVrml97([]() {
-    return compressedWorld(R"(DEF OUT Switch { whichChoice 0 choice [ Box { } Sphere { } ] }
-DEF S Script { eventOut SFInt32 pick url "picker.js" }
-ROUTE S.pick TO OUT.whichChoice)");
-  });
-  EXPECT_NE(written.find("choice[Box{}Sphere{}]"), std::string::npos)
-      << written;
-  EXPECT_NE(written.find("ROUTE S.pick TO OUT.whichChoice"), std::string::npos) << written;
-}
-
-TEST(Vrml97Scripts, DirectOutputLetsAnOpaqueScriptSetWhatItReaches) {
-  // The Script may set whichChoice: nothing may be taken for a constant, and
-  // the value that it may set travels on along the route.
-  std::string written = asVrml97([]() {
-    return compressedWorld(R"(DEF SW Switch { whichChoice 0 choice [ Box { } Sphere { } ] }
-DEF COPY Switch { whichChoice 0 choice [ Box { } Sphere { } ] }
-ROUTE SW.whichChoice TO COPY.whichChoice
-Script { directOutput TRUE field SFNode sw USE SW url "switcher.js" })");
-  });
-  EXPECT_EQ(written.find("Group{}"), std::string::npos) << written;
-  EXPECT_NE(written.find("ROUTE SW.whichChoice TO COPY.whichChoice"), std::string::npos);
-}
-
 }  // namespace
