@@ -14,9 +14,26 @@
 #include "runheap.h"
 
 struct Diagnostics;
+struct VPField;
 struct VPFuzzyValue;
 struct VPNode;
 struct VPSending;
+
+/// A field of a node, read with or without shadows mapped to body nodes.
+struct LinkedValueKey {
+  const VPNode* node;
+  const VPField* field;
+  int mapShadows;
+  bool operator==(const LinkedValueKey& other) const {
+    return node == other.node && field == other.field && mapShadows == other.mapShadows;
+  }
+};
+struct LinkedValueKeyHash {
+  size_t operator()(const LinkedValueKey& key) const {
+    return std::hash<uintptr_t>()(reinterpret_cast<uintptr_t>(key.node) * 31 +
+                                  reinterpret_cast<uintptr_t>(key.field) * 2 + key.mapShadows);
+  }
+};
 
 /// What the cascade counts and keeps while it simulates.
 struct CascadeState {
@@ -31,6 +48,11 @@ struct CascadeState {
   int indexedMerges = 0;  ///< scopes in which merges look nodes up in mergedNodes
   /// The nodes of each long record that merges add to while indexedMerges > 0.
   std::unordered_map<const VPFuzzyValue*, std::unordered_set<const VPNode*>> mergedNodes;
+  /// While the shadows' values are merged nothing changes them: what a field
+  /// of an instance's copy takes through its IS links is gathered once
+  /// (NULL: the field has no link). Keyed by node, field and mapShadows.
+  bool linkedValuesKept = false;
+  std::unordered_map<LinkedValueKey, VPFuzzyValue*, LinkedValueKeyHash> linkedValues;
 };
 
 /// A body node of a PROTO and the instance for which it was copied.

@@ -111,6 +111,17 @@ VPValue* pushCell(VPValue** list) {
   return cell;
 }
 
+VPValue* reversedCells(VPValue* cells) {
+  VPValue* reversed = nullptr;
+  while (cells != nullptr) {
+    VPValue* next = cells->next;
+    cells->next = reversed;
+    reversed = cells;
+    cells = next;
+  }
+  return reversed;
+}
+
 VPNode* mappedNode(VPNode* node, int mapShadows) {
   if (mapShadows && (node->nodeType == VPNode::OTHER || node->nodeType == VPNode::SCRIPT) &&
       node->other.shadowedNode != nullptr) {
@@ -414,6 +425,40 @@ void VPNode::storeEvent(VPFuzzyValue* eventData) {
   fuzzy->merge(eventData, 0);
 }
 
+// The values that a field of an instance takes from the body nodes it is IS
+// to; false if it is IS to none. Kept while they cannot change: an instance n
+// deep in others is read through once, not once for each around it.
+bool VPNode::getLinkedValue(VPFuzzyValue* result, VPField* field, int mapShadows) {
+  CascadeState& state = cascade();
+  if (!state.linkedValuesKept) return mergeLinks(result, field, mapShadows);
+  LinkedValueKey key = {this, field, mapShadows};
+  auto found = state.linkedValues.find(key);
+  if (found == state.linkedValues.end()) {
+    VPFuzzyValue* gathered = new VPFuzzyValue(field);
+    if (!mergeLinks(gathered, field, mapShadows)) {
+      delete gathered;
+      gathered = nullptr;
+    }
+    // Merged into a record, the reversed list adds its values in the order
+    // that merging link after link into that record would have.
+    if (gathered != nullptr) gathered->values = reversedCells(gathered->values);
+    found = state.linkedValues.emplace(key, gathered).first;
+  }
+  if (found->second == nullptr) return false;
+  result->merge(found->second, mapShadows);
+  return true;
+}
+
+bool VPNode::mergeLinks(VPFuzzyValue* result, VPField* field, int mapShadows) {
+  bool linked = false;
+  for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {
+    if (link->protoField != field) continue;
+    linked = true;
+    link->node->getFuzzyValue(result, link->nodeField, mapShadows);
+  }
+  return linked;
+}
+
 void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
   // --vrml97: a body node stands for its copies in all instances, whose records
@@ -425,15 +470,7 @@ void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows)
     }
     return;
   }
-  if (isProtoInstance()) {
-    bool linked = false;
-    for (VPIsLink* link = other.generic.isLinks; link != nullptr; link = link->next) {
-      if (link->protoField != field) continue;
-      linked = true;
-      link->node->getFuzzyValue(result, link->nodeField, mapShadows);
-    }
-    if (linked) return;
-  }
+  if (isProtoInstance() && getLinkedValue(result, field, mapShadows)) return;
   if (VPFuzzyValue* record = findFuzzy(field)) {
     result->merge(record, mapShadows);
     if (!isOpaqueScript()) return;
@@ -1208,6 +1245,21 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData, bool fromInterface) {
  * The driver
  * ------------------------------------------------------------------------ */
 
+namespace {
+
+void keepLinkedValues(bool keep) {
+  CascadeState& state = cascade();
+  state.linkedValuesKept = keep;
+  for (auto& kept : state.linkedValues) {
+    if (kept.second == nullptr) continue;
+    kept.second->freeValues();
+    delete kept.second;
+  }
+  state.linkedValues.clear();
+}
+
+}  // namespace
+
 void VPFile::runCascade() {
   auto overTopLevel = [this](void (VPNode::*pass)()) {
     forEachNode(topLevel, [pass](VPNode* node) { (node->*pass)(); });
@@ -1235,7 +1287,9 @@ void VPFile::runCascade() {
     overTopLevel(&VPNode::simulateNodeEvents);
     forEachNode(standIns, [](VPNode* standIn) { standIn->simulateAnyUse(); });
   } while (cascade().fuzzyChangeCount != changeCountBefore);
+  keepLinkedValues(true);
   overProtos(1);
+  keepLinkedValues(false);
   overTopLevel(&VPNode::pruneScripts);
   overTopLevel(&VPNode::clearSimulation);
   initializeAll();

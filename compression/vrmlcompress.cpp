@@ -131,7 +131,7 @@ void VPNode::addIsLink(VPFieldList* field) {
 }
 
 // One cell of a node's field list: its IS, and the nodes it holds.
-void VPNode::scanCell(VPFieldList* cell) {
+void VPNode::scanCell(VPFieldList* cell, bool inDeclaration) {
   if (cell->redirect != nullptr) {
     CHECK(nodeType == OTHER || nodeType == SCRIPT);
     addIsLink(cell);
@@ -148,28 +148,33 @@ void VPNode::scanCell(VPFieldList* cell) {
       pushContext("Scanning %s node %s, field %s", other.baseProto->name, nameOrNull(name),
                   cell->field->name);
     }
-    value->node->scanNode();
+    value->node->scanNode(inDeclaration);
     popContext();
   }
 }
 
-void VPNode::scanNode() {
+void VPNode::scanNode(bool inDeclaration) {
   if (visited) return;
   visited = 1;
-  for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) scanCell(cell);
+  bool declares = inDeclaration || nodeType == PROTO;
+  for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) scanCell(cell, declares);
   switch (nodeType) {
   case OTHER:
-    expandInstance();
+    // --vrml97: an instance inside a declaration runs only in the copies of
+    // the body that instances and stand-ins make, each expanded as it is
+    // copied; a copy of its own would add the values of an instance that never
+    // runs, and a chain of PROTOs would copy each body once per level.
+    if (!(vrml97Option() && inDeclaration)) expandInstance();
     return;
   case PROTO:
     pushContext("Scanning PROTO %s", name);
     for (VPNodeList* cell = body; cell != nullptr; cell = cell->next) {
-      if (cell->node != nullptr) cell->node->scanNode();
+      if (cell->node != nullptr) cell->node->scanNode(true);
     }
     popContext();
     return;
   case SCRIPT:
-    scanScript();
+    scanScript(inDeclaration);
     return;
   default:
     return;
@@ -177,7 +182,7 @@ void VPNode::scanNode() {
 }
 
 // The code first, then the interface cells with the nodes they hold.
-void VPNode::scanScript() {
+void VPNode::scanScript(bool inDeclaration) {
   pushContext("Parsing Script node %s", nameOrNull(name));
   VPFieldList* urlCell = findUrlCell();
   bool found = urlCell != nullptr;
@@ -189,7 +194,7 @@ void VPNode::scanScript() {
     other.script.program->parseScript(extractScript(urlCell));
   }
   for (VPFieldList* cell = other.script.fields; cell != nullptr; cell = cell->next) {
-    scanCell(cell);
+    scanCell(cell, inDeclaration);
   }
   popContext();
 }

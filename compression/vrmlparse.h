@@ -201,7 +201,8 @@ struct VPNode {
   bool holdsDefault(const VPFieldList* cell);
 
   // The scan and the expansion of PROTO instances (vrmlcompress.cpp).
-  void scanNode();
+  /// inDeclaration: the node stands in a PROTO's body or in a default of its fields.
+  void scanNode(bool inDeclaration = false);
   void addIsLink(VPFieldList* field);
   /// Gives this instance of a PROTO its private copy of the body.
   void expandInstance();
@@ -263,13 +264,15 @@ struct VPNode {
   void writeDeclaration(FILE* stream);
   void writeInstance(FILE* stream);
   void writeProgram(FILE* stream, const VPValue* alternatives);
-  void scanCell(VPFieldList* cell);
-  void scanScript();
+  void scanCell(VPFieldList* cell, bool inDeclaration);
+  void scanScript(bool inDeclaration);
   void scanVrml97Script(VPFieldList* urlCell);
   void simulateRouteSources();
   void receiveEvent(VPFuzzyValue* eventData, bool fromInterface);
   bool handToBody(VPFuzzyValue* eventData, const VPNode* exceptNode, const VPField* exceptField);
   void mergeShadow(VPShadow* shadowIter, VPFuzzyValue*** cursor, int mergeValues);
+  bool getLinkedValue(VPFuzzyValue* result, VPField* field, int mapShadows);
+  bool mergeLinks(VPFuzzyValue* result, VPField* field, int mapShadows);
   bool eventAlreadySimulated(const VPFuzzyValue* eventData);
   void runScriptFunction(VPFuzzyValue* eventData);
   void simulateOpaqueScript();
