@@ -14,11 +14,13 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -813,20 +815,75 @@ void* passThread(void* run) {
   return nullptr;
 }
 
-// The passes on a stack of their own, as large as the deepest worlds need.
-// A WebAssembly build has no threads: its stack is the one the host gave.
+#ifndef __EMSCRIPTEN__
+// The thread, with a stack as large as the deepest worlds need, on which the
+// runs that one thread makes do their passes, one run at a time. It is made
+// at the first run and ends with the thread that made it: making such a
+// stack takes longer than paring a small world.
+class PassThread {
+ public:
+  PassThread() {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kPassStackSize);
+    int made = pthread_create(&thread, &attributes, serve, this);
+    pthread_attr_destroy(&attributes);
+    CHECK(made == 0);
+  }
+  ~PassThread() {
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      ending = true;
+    }
+    handed.notify_one();
+    pthread_join(thread, nullptr);
+  }
+  PassThread(const PassThread&) = delete;
+  PassThread& operator=(const PassThread&) = delete;
+
+  void runPassesOf(Run* run) {
+    std::unique_lock<std::mutex> lock(mutex);
+    waiting = run;
+    handed.notify_one();
+    finished.wait(lock, [this]() { return waiting == nullptr; });
+  }
+
+ private:
+  static void* serve(void* self) {
+    static_cast<PassThread*>(self)->serveRuns();
+    return nullptr;
+  }
+  void serveRuns() {
+    std::unique_lock<std::mutex> lock(mutex);
+    for (;;) {
+      handed.wait(lock, [this]() { return waiting != nullptr || ending; });
+      if (waiting == nullptr) return;
+      lock.unlock();
+      passThread(waiting);
+      lock.lock();
+      waiting = nullptr;
+      finished.notify_one();
+    }
+  }
+
+  pthread_t thread;
+  std::mutex mutex;
+  std::condition_variable handed;
+  std::condition_variable finished;
+  Run* waiting = nullptr;  // the run whose passes are to run or running
+  bool ending = false;
+};
+#endif
+
+// The passes on a stack of their own. A WebAssembly build has no threads:
+// its stack is the one the host gave.
 void runOnPassStack(Run* run) {
 #ifdef __EMSCRIPTEN__
   passThread(run);
 #else
   runUntilStopped(run, [run]() {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, kPassStackSize);
-    pthread_t passes;
-    CHECK(pthread_create (&passes, &attributes, passThread, run) == 0);
-    pthread_join(passes, nullptr);
-    pthread_attr_destroy(&attributes);
+    static thread_local PassThread passes;
+    passes.runPassesOf(run);
   });
 #endif
 }

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <initializer_list>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -1223,18 +1225,33 @@ field SFString title=""
 )vrml",
 };
 
-// The text of the library's declaration of a standard node, from its line
-// "EXTERNPROTO name [" to the end of its url; empty when there is none.
-std::string builtinDeclaration(const char* name) {
-  std::string start = std::string("\nEXTERNPROTO ") + name + " [\n";
+using DeclarationIndex = std::unordered_map<std::string_view, std::string_view>;
+
+// Each standard node's declaration in the library text, from its line
+// "EXTERNPROTO name [" to the end of its url; the first of a name counts.
+DeclarationIndex indexLibrary() {
+  static const char kStart[] = "\nEXTERNPROTO ";
+  DeclarationIndex declarations;
   for (const char* chunk : libraryChunks) {
-    const char* found = strstr(chunk, start.c_str());
-    if (found == nullptr) continue;
-    const char* url = strstr(found, "\n] \"");
-    const char* end = strchr(url + 4, '"');
-    return std::string(found, end + 1);
+    for (const char* found = strstr(chunk, kStart); found != nullptr; found = strstr(found + 1, kStart)) {
+      const char* name = found + strlen(kStart);
+      const char* nameEnd = strchr(name, ' ');
+      if (nameEnd == nullptr || strncmp(nameEnd, " [\n", 3) != 0) continue;
+      const char* url = strstr(found, "\n] \"");
+      const char* end = strchr(url + 4, '"');
+      declarations.emplace(std::string_view(name, nameEnd - name),
+                           std::string_view(found, end + 1 - found));
+    }
   }
-  return std::string();
+  return declarations;
+}
+
+// The library text never changes: it is indexed once for the process, and a
+// name that no standard node has costs one lookup, not a search of the text.
+std::string_view builtinDeclaration(const char* name) {
+  static const DeclarationIndex declarations = indexLibrary();
+  auto found = declarations.find(name);
+  return found != declarations.end() ? found->second : std::string_view();
 }
 
 }  // namespace
@@ -1250,9 +1267,9 @@ VPFile::VPFile() {
 StringTable::Entry* VPFile::findTopProto(const char* name) {
   StringTable::Entry* entry = protos->findString(name);
   if (entry != nullptr || isLibrary) return entry;
-  std::string declaration = builtinDeclaration(name);
+  std::string_view declaration = builtinDeclaration(name);
   if (declaration.empty()) return nullptr;
-  std::string text = "#VRML V2.0 utf8" + declaration;
+  std::string text = "#VRML V2.0 utf8" + std::string(declaration);
   std::vector<char> buffer(text.begin(), text.end());
   buffer.push_back(0);  // the tokenizer writes into it
   VPFile library;
