@@ -540,7 +540,7 @@ JSExpression* JSParser::parseUnary() {
     return parsePostfix();
   }
   JSExpression* expr = newOperator(JSExpression::UNARY, token, tokType, nullptr);
-  expr->unary.expr = parseUnary();
+  withStackRoom([&]() { expr->unary.expr = parseUnary(); });
   CHECK(expr->unary.expr != NULL);
   return expr;
 }
@@ -596,7 +596,7 @@ JSExpression* JSParser::parsePrimary() {
   JSExpression* expr = nullptr;
   if (*token == '(') {
     expr = newExpression(JSExpression::PAREN);
-    expr->paren.expr = parseExpression();
+    withStackRoom([&]() { expr->paren.expr = parseExpression(); });
     CHECK(expr->paren.expr != NULL);
     READ_PUNCTUATION(')');
   } else if (tokType == TokId && isWord(token, "new")) {

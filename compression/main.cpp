@@ -19,9 +19,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "pareworld.h"
@@ -261,6 +263,7 @@ void inputCheckFailed(const char* expression, const char* file, int sourceLine, 
 }
 
 __thread RunContext* currentRun = &processContext;
+__thread uintptr_t stackSegmentLimit = 0;
 
 void setRunOptions(int vrml97, int digits) {
   currentRun->vrml97 = vrml97;
@@ -560,6 +563,10 @@ constexpr size_t kPassStackSize = size_t(8) << 30;
 #elif !defined(__EMSCRIPTEN__)
 constexpr size_t kPassStackSize = size_t(2) << 30;
 #endif
+// How much of a pass stack a recursion uses before it goes on on the next:
+// AddressSanitizer follows an unwind of at most 64 MB, and a stop unwinds
+// each stack separately.
+constexpr size_t kStackSegment = size_t(32) << 20;
 
 // The file of the command line: created when the world is ready to be
 // written, so that a run that stops before leaves none behind.
@@ -816,13 +823,13 @@ void* passThread(void* run) {
 }
 
 #ifndef __EMSCRIPTEN__
-// The thread, with a stack as large as the deepest worlds need, on which the
-// runs that one thread makes do their passes, one run at a time. It is made
-// at the first run and ends with the thread that made it: making such a
-// stack takes longer than paring a small world.
-class PassThread {
+// A thread with a stack as large as the deepest worlds need, which runs the
+// calls handed to it one at a time for the thread that made it, and ends
+// with that thread: making such a stack takes longer than paring a small
+// world. What a call throws is thrown on in the thread that handed it.
+class StackThread {
  public:
-  PassThread() {
+  StackThread() {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, kPassStackSize);
@@ -830,7 +837,7 @@ class PassThread {
     pthread_attr_destroy(&attributes);
     CHECK(made == 0);
   }
-  ~PassThread() {
+  ~StackThread() {
     {
       std::lock_guard<std::mutex> lock(mutex);
       ending = true;
@@ -838,30 +845,41 @@ class PassThread {
     handed.notify_one();
     pthread_join(thread, nullptr);
   }
-  PassThread(const PassThread&) = delete;
-  PassThread& operator=(const PassThread&) = delete;
+  StackThread(const StackThread&) = delete;
+  StackThread& operator=(const StackThread&) = delete;
 
-  void runPassesOf(Run* run) {
+  void run(void (*call)(void*), void* data) {
     std::unique_lock<std::mutex> lock(mutex);
-    waiting = run;
+    waiting = {call, data};
     handed.notify_one();
-    finished.wait(lock, [this]() { return waiting == nullptr; });
+    finished.wait(lock, [this]() { return waiting.call == nullptr; });
+    if (thrown != nullptr) std::rethrow_exception(std::exchange(thrown, nullptr));
   }
 
  private:
+  struct Call {
+    void (*call)(void*);
+    void* data;
+  };
+
   static void* serve(void* self) {
-    static_cast<PassThread*>(self)->serveRuns();
+    static_cast<StackThread*>(self)->serveCalls();
     return nullptr;
   }
-  void serveRuns() {
+  void serveCalls() {
+    stackSegmentLimit = reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) - kStackSegment;
     std::unique_lock<std::mutex> lock(mutex);
     for (;;) {
-      handed.wait(lock, [this]() { return waiting != nullptr || ending; });
-      if (waiting == nullptr) return;
+      handed.wait(lock, [this]() { return waiting.call != nullptr || ending; });
+      if (waiting.call == nullptr) return;
       lock.unlock();
-      passThread(waiting);
+      try {
+        waiting.call(waiting.data);
+      } catch (...) {
+        thrown = std::current_exception();
+      }
       lock.lock();
-      waiting = nullptr;
+      waiting.call = nullptr;
       finished.notify_one();
     }
   }
@@ -870,10 +888,36 @@ class PassThread {
   std::mutex mutex;
   std::condition_variable handed;
   std::condition_variable finished;
-  Run* waiting = nullptr;  // the run whose passes are to run or running
+  Call waiting = {nullptr, nullptr};  // the call to run or running
+  std::exception_ptr thrown;
   bool ending = false;
 };
 #endif
+
+// Outside the namespace: the recursions of every module call it.
+}  // namespace
+
+void runOnNextSegment(void (*call)(void*), void* data) {
+#ifdef __EMSCRIPTEN__
+  call(data);
+#else
+  struct Hop {
+    RunContext* run;
+    void (*call)(void*);
+    void* data;
+  } hop = {currentRun, call, data};
+  static thread_local StackThread nextSegment;
+  nextSegment.run(
+      [](void* hopData) {
+        Hop* onward = static_cast<Hop*>(hopData);
+        CurrentRun current(onward->run);
+        onward->call(onward->data);
+      },
+      &hop);
+#endif
+}
+
+namespace {
 
 // The passes on a stack of their own. A WebAssembly build has no threads:
 // its stack is the one the host gave.
@@ -882,8 +926,8 @@ void runOnPassStack(Run* run) {
   passThread(run);
 #else
   runUntilStopped(run, [run]() {
-    static thread_local PassThread passes;
-    passes.runPassesOf(run);
+    static thread_local StackThread passes;
+    passes.run([](void* data) { passThread(data); }, run);
   });
 #endif
 }

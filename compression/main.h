@@ -72,6 +72,23 @@ bool runTrial(Attempt attempt) {
   return true;
 }
 
+/// Where the stack of this thread's segment of a recursion ends: 0 where
+/// recursions do not change stacks (outside a run's pass threads).
+extern __thread uintptr_t stackSegmentLimit;
+/// Calls call(data) on the next stack segment of this thread's recursion.
+void runOnNextSegment(void (*call)(void*), void* data);
+/// Each level of a recursion that the input can make deep goes through here:
+/// past a segment of stack, the rest of the recursion goes on on a stack of
+/// its own, so that a stop unwinds no stack further than the sanitizers follow.
+template <class Step>
+void withStackRoom(Step step) {
+  if (reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) >= stackSegmentLimit) {
+    step();
+    return;
+  }
+  runOnNextSegment([](void* data) { (*static_cast<Step*>(data))(); }, &step);
+}
+
 /// Nonzero when --vrml97 was given: the whole VRML97 language is read.
 inline int vrml97Option() { return currentRun->vrml97; }
 /// --digits N (with --vrml97): the significant digits of the floats that no

@@ -1115,7 +1115,7 @@ void VPNode::sendEvent(VPFuzzyValue* eventData) {
     pushContext("Event sent to %s::%s.%s", dest->other.baseProto->name, nameOrNull(dest->name),
                 route->destField->name);
     eventData->field = route->destField;
-    dest->receiveEvent(eventData);
+    withStackRoom([&]() { dest->receiveEvent(eventData); });
     eventData->field = field;
     popContext();
   }

@@ -148,7 +148,7 @@ void VPNode::scanCell(VPFieldList* cell, bool inDeclaration) {
       pushContext("Scanning %s node %s, field %s", other.baseProto->name, nameOrNull(name),
                   cell->field->name);
     }
-    value->node->scanNode(inDeclaration);
+    withStackRoom([&]() { value->node->scanNode(inDeclaration); });
     popContext();
   }
 }
@@ -345,7 +345,7 @@ VPFieldList* VPNode::copyFieldList(VPNode* newNode, VPFieldList* cells) {
       VPValue** lastValue = &copy->value;
       for (VPValue* value = cell->value; value != nullptr; value = value->next) {
         *lastValue = newRecord<VPValue>();
-        (*lastValue)->node = copyNode(value->node);
+        withStackRoom([&]() { (*lastValue)->node = copyNode(value->node); });
         lastValue = &(*lastValue)->next;
       }
     } else if (cell->redirect == nullptr) {

@@ -270,7 +270,7 @@ void writeNode(FILE* stream, const VPValue* cell) {
     writeText(stream, "NULL");
     writeGap(stream, '\n');
   } else {
-    cell->node->write(stream);
+    withStackRoom([&]() { cell->node->write(stream); });
   }
 }
 
@@ -283,7 +283,7 @@ void writeNodeOrHole(FILE* stream, const VPValue* cell) {
     writeText(stream, "{}");
     writeGap(stream, '\n');
   } else {
-    cell->node->write(stream);
+    withStackRoom([&]() { cell->node->write(stream); });
   }
 }
 
@@ -455,7 +455,7 @@ VPFieldList* findCellOf(VPFieldList* list, const VPField* field) {
 
 void clearVisitedNodes(const VPNodeList* list) {
   for (const VPNodeList* cell = list; cell != nullptr; cell = cell->next) {
-    if (cell->node != nullptr) cell->node->clearVisited();
+    if (cell->node != nullptr) withStackRoom([&]() { cell->node->clearVisited(); });
   }
 }
 
@@ -1325,7 +1325,7 @@ void VPFile::parseFieldValue(VPFieldList* cell) {
     return;
   }
   pushBack();
-  cell->value = (this->*fieldType(cell->field->theType).reader)();
+  withStackRoom([&]() { cell->value = (this->*fieldType(cell->field->theType).reader)(); });
 }
 
 bool VPFile::parseFloatToken(float* result) {

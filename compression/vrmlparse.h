@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "main.h"
 #include "stringtable.h"
 
 struct VPNode;
@@ -292,7 +293,7 @@ void forEachNodeIn(const VPFieldList* list, Visit visit) {
   for (const VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
     if (!cell->field->holdsNodes()) continue;
     for (const VPNodeList* value = cell->value; value != nullptr; value = value->next) {
-      if (value->node != nullptr) visit(value->node);
+      if (value->node != nullptr) withStackRoom([&]() { visit(value->node); });
     }
   }
 }
@@ -301,7 +302,7 @@ void forEachNodeIn(const VPFieldList* list, Visit visit) {
 template <class Visit>
 void forEachNode(const VPNodeList* list, Visit visit) {
   for (const VPNodeList* cell = list; cell != nullptr; cell = cell->next) {
-    if (cell->node != nullptr) visit(cell->node);
+    if (cell->node != nullptr) withStackRoom([&]() { visit(cell->node); });
   }
 }
 
