@@ -563,10 +563,12 @@ constexpr size_t kPassStackSize = size_t(8) << 30;
 #elif !defined(__EMSCRIPTEN__)
 constexpr size_t kPassStackSize = size_t(2) << 30;
 #endif
+#ifndef __EMSCRIPTEN__
 // How much of a pass stack a recursion uses before it goes on on the next:
 // AddressSanitizer follows an unwind of at most 64 MB, and a stop unwinds
 // each stack separately.
 constexpr size_t kStackSegment = size_t(32) << 20;
+#endif
 
 // The file of the command line: created when the world is ready to be
 // written, so that a run that stops before leaves none behind.
