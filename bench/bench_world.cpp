@@ -115,6 +115,11 @@ void writeNestedInstances(FILE* out, int n) {
 
 void writeNestedTransforms(FILE* out, int n) { writeNested(out, n, "Transform { children [ ", "] } "); }
 
+void writeNestedScripts(FILE* out, int n) {
+  writeNested(out, n, "Group { children [ Script { url \"javascript: function initialize() { }\" } ",
+              "] } ");
+}
+
 void writeProtoChain(FILE* out, int n) {
   fprintf(out, "PROTO P0 [ exposedField SFVec3f t 0 0 0 ] "
                "{ Transform { translation IS t children Shape { geometry Box {} } } }\n");
@@ -141,6 +146,7 @@ const Shape kShapes[] = {
     {"nested instances", writeNestedInstances, 12500, nullptr},
     {"nested instances", writeNestedInstances, 12500, "--vrml97"},
     {"nested Transforms", writeNestedTransforms, 12500, nullptr},
+    {"nested Scripts", writeNestedScripts, 12500, "--vrml97"},
     {"PROTO chain", writeProtoChain, 100, nullptr},
     {"PROTO chain", writeProtoChain, 16000, "--vrml97"},
     {"DEF names", writeDefNames, 55000, nullptr},

@@ -47,6 +47,7 @@ struct Diagnostics {
   bool stopPlaced = false;          // the coming stop's place is already reported
   std::string* messages = nullptr;  // the run's messages; NULL: stderr
   ContextCell* contextStack = nullptr;  // newest first
+  size_t contextDepth = 0;              // the cells of contextStack
   int warningCount = 0;
   int alertCount = 0;
   // The depth of the context stack at the start of each trial now running.
@@ -66,13 +67,7 @@ struct RunStopped {
   int status;
 };
 
-size_t contextDepth() {
-  size_t depth = 0;
-  for (const ContextCell* cell = diagnostics()->contextStack; cell != nullptr; cell = cell->next) {
-    depth++;
-  }
-  return depth;
-}
+size_t contextDepth() { return diagnostics()->contextDepth; }
 
 const char kUsage[] =
     "Usage: worldPare [-l] <file_in> <file_out>\n\n"
@@ -185,6 +180,7 @@ void pushContext(const char* format, ...) {
   va_list args;
   va_start(args, format);
   diagnostics()->contextStack = new ContextCell{diagnostics()->contextStack, formatText(format, args)};
+  diagnostics()->contextDepth++;
   va_end(args);
 }
 
@@ -193,6 +189,7 @@ void popContext() {
   CHECK(myStack != NULL);
   ContextCell* cell = myStack;
   myStack = cell->next;
+  diagnostics()->contextDepth--;
   delete cell;
 }
 
