@@ -8,6 +8,7 @@
 #define WORLDPARE_RUNCONTEXT_H
 
 #include <cstdint>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -15,6 +16,7 @@
 
 struct Diagnostics;
 struct VPField;
+struct VPFieldList;
 struct VPFuzzyValue;
 struct VPNode;
 struct VPSending;
@@ -55,6 +57,20 @@ struct CascadeState {
   std::unordered_map<LinkedValueKey, VPFuzzyValue*, LinkedValueKeyHash> linkedValues;
 };
 
+/// Where each name and each field first stands in a long field list, so that
+/// a Script with thousands of fields finds one at once. The cells that the
+/// list has gained at its end since are added at the next search.
+struct FieldListIndex {
+  const VPFieldList* tail = nullptr;  ///< the last cell indexed
+  size_t length = 0;
+  int unlinked = 0;  ///< RunContext::fieldCellsUnlinked when the index was made
+  /// By name, the position and cell of the first cell of that name, and of
+  /// the first exposedField of that name.
+  std::unordered_map<std::string_view, std::pair<size_t, VPFieldList*>> firstNamed;
+  std::unordered_map<std::string_view, std::pair<size_t, VPFieldList*>> firstExposed;
+  std::unordered_map<const VPField*, VPFieldList*> firstOfField;
+};
+
 /// A body node of a PROTO and the instance for which it was copied.
 struct ShadowKey {
   const VPNode* original;
@@ -88,6 +104,10 @@ struct RunContext {
   /// The copy of each body node made for each instance, as its shadow list
   /// holds it: found at once, however many instances a PROTO has.
   std::unordered_map<ShadowKey, VPNode*, ShadowKeyHash> shadowCopies;
+  /// The indexes of long field lists, by their first cell; each cell taken
+  /// out of a field list counts here and makes every index be made again.
+  std::unordered_map<const VPFieldList*, FieldListIndex> fieldIndexes;
+  int fieldCellsUnlinked = 0;
 };
 
 /// The record of the run on this thread. A plain thread-local pointer: it

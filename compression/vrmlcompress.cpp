@@ -510,6 +510,7 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
   if (cell != nullptr) {
     if (field->holdsNodes()) forEachNode(cell->value, [](VPNode* node) { node->dropReference(); });
     *link = cell->next;
+    currentRun->fieldCellsUnlinked++;
   } else if (protoField != nullptr) {
     requireNoRedirect(protoField);
   }
@@ -610,6 +611,7 @@ void VPNode::pruneInterface() {
     }
     removeProtoField(cell->field);
     *link = cell->next;
+    currentRun->fieldCellsUnlinked++;
   }
 }
 

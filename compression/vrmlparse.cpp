@@ -424,7 +424,57 @@ bool matchesFieldName(const VPFieldList* cell, const char* name, int aliases) {
          strlen(cellName) == length - 8 && strncmp(cellName, name, length - 8) == 0;
 }
 
+// Lists shorter than this are walked.
+constexpr size_t kIndexedFields = 32;
+
+bool isLongList(const VPFieldList* list) {
+  size_t length = 0;
+  for (const VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
+    if (++length >= kIndexedFields) return true;
+  }
+  return false;
+}
+
+void indexCell(FieldListIndex* index, VPFieldList* cell) {
+  std::pair<size_t, VPFieldList*> place = {index->length++, cell};
+  index->firstNamed.emplace(cell->field->name, place);
+  if (cell->field->theClass == VPField::EXPOSED_FIELD) index->firstExposed.emplace(cell->field->name, place);
+  index->firstOfField.emplace(cell->field, cell);
+  index->tail = cell;
+}
+
+// The index of a long list, made anew when a cell has left any list since.
+FieldListIndex& indexOfList(VPFieldList* list) {
+  FieldListIndex& index = currentRun->fieldIndexes[list];
+  if (index.tail == nullptr || index.unlinked != currentRun->fieldCellsUnlinked) {
+    index = FieldListIndex();
+    index.unlinked = currentRun->fieldCellsUnlinked;
+    for (VPFieldList* cell = list; cell != nullptr; cell = cell->next) indexCell(&index, cell);
+  }
+  while (index.tail->next != nullptr) indexCell(&index, index.tail->next);
+  return index;
+}
+
+// The first cell that the name means, as the walk of matchesFieldName finds it.
+VPFieldList* findInIndex(const FieldListIndex& index, const char* name, int aliases) {
+  const std::pair<size_t, VPFieldList*>* first = nullptr;
+  auto consider = [&first](const auto& table, std::string_view key) {
+    auto found = table.find(key);
+    if (found != table.end() && (first == nullptr || found->second.first < first->first)) {
+      first = &found->second;
+    }
+  };
+  consider(index.firstNamed, name);
+  size_t length = strlen(name);
+  if ((aliases & SET_ALIAS) && strncmp(name, "set_", 4) == 0) consider(index.firstExposed, name + 4);
+  if ((aliases & CHANGED_ALIAS) && isChangedShaped(name, length)) {
+    consider(index.firstExposed, std::string_view(name, length - 8));
+  }
+  return first != nullptr ? first->second : nullptr;
+}
+
 VPFieldList* findInList(VPFieldList* list, const char* name, int aliases) {
+  if (isLongList(list)) return findInIndex(indexOfList(list), name, aliases);
   for (VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
     if (matchesFieldName(cell, name, aliases)) return cell;
   }
@@ -447,6 +497,11 @@ VPFieldList* findInstanceField(VPNode* node, const char* name, int aliases) {
 }
 
 VPFieldList* findCellOf(VPFieldList* list, const VPField* field) {
+  if (isLongList(list)) {
+    const auto& firstOfField = indexOfList(list).firstOfField;
+    auto found = firstOfField.find(field);
+    return found != firstOfField.end() ? found->second : nullptr;
+  }
   for (VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
     if (cell->field == field) return cell;
   }
