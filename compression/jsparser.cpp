@@ -244,6 +244,7 @@ void JSParser::parseScript(char* text) {
     load->next = functions;
     functions = load;
   }
+  functionsChanged = true;
   nextToken();
   CHECK(tokType == TokNone);
 }

@@ -184,6 +184,8 @@ struct JSParser {
 
   StringTable* functionTable;    ///< by name; a name declared twice stands twice
   JSFunction* functions = nullptr;  ///< in order of declaration
+  /// `functions` changed since its index (RunContext::firstFunctions) was made.
+  bool functionsChanged = true;
 
   JSContext* ourContext = nullptr;       ///< of the running entry; NULL between entries
   StringTable* variables = nullptr;      ///< of the running call: name to reference
@@ -222,6 +224,8 @@ struct JSParser {
 
   // Calls: an entry is one simulateCall or one pruneScript.
   int simulateCall(const char* name, JSContext* context, JSAtomList* args);
+  /// The first function of the name in order of declaration, or NULL.
+  JSFunction* firstFunction(const char* name);
   JSAtom* simulateFunction(JSFunction* fn, JSAtomList* args);
   JSAtom* resolveName(const char* name);
   JSVarObject* newVariable();

@@ -349,6 +349,7 @@ void JSParser::abandonEntry() {
   callDepth = 0;
   prunedFunction = nullptr;
   functions = nullptr;
+  functionsChanged = true;
   opaque = 1;
 }
 
@@ -369,11 +370,23 @@ JSAtom* JSParser::resolveName(const char* name) {
   return reference;
 }
 
+// The index lives in the run's record, which frees it; the parser's own
+// records go with the run's heap.
+JSFunction* JSParser::firstFunction(const char* name) {
+  auto& firstFunctions = currentRun->firstFunctions[this];
+  if (functionsChanged) {
+    firstFunctions.clear();
+    for (JSFunction* fn = functions; fn != nullptr; fn = fn->next) firstFunctions.emplace(fn->name, fn);
+    functionsChanged = false;
+  }
+  auto found = firstFunctions.find(name);
+  return found != firstFunctions.end() ? found->second : nullptr;
+}
+
 int JSParser::simulateCall(const char* name, JSContext* context, JSAtomList* args) {
   CHECK(ourContext == NULL);
   ourContext = context;
-  JSFunction* fn = functions;
-  while (fn != nullptr && strcmp(fn->name, name) != 0) fn = fn->next;
+  JSFunction* fn = firstFunction(name);
   if (fn != nullptr) {
     CHECK(fn->stack == NULL);
     CHECK(variables == NULL);
@@ -1030,6 +1043,7 @@ void JSParser::pruneScript(JSContext* context) {
     if (!fn->called) {
       functionTable->removeString(fn->name);
       *link = fn->next;
+      functionsChanged = true;
       continue;
     }
     CHECK(variables == NULL);

@@ -8,6 +8,7 @@
 #define WORLDPARE_RUNCONTEXT_H
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -15,6 +16,9 @@
 #include "runheap.h"
 
 struct Diagnostics;
+struct JSFunction;
+struct JSParser;
+struct VPEventRecord;
 struct VPField;
 struct VPFieldList;
 struct VPFuzzyValue;
@@ -37,6 +41,15 @@ struct LinkedValueKeyHash {
   }
 };
 
+/// The events that a Script ran since the latest new fuzzy value: where its
+/// list of records ends, and the names of those that ran with a value that
+/// nothing is known of, which need not run again.
+struct ScriptEvents {
+  int changeCount = 0;  ///< the fuzzyChangeCount of every record in the list
+  VPEventRecord** tail = nullptr;
+  std::unordered_set<std::string> unknownNames;
+};
+
 /// What the cascade counts and keeps while it simulates.
 struct CascadeState {
   int fuzzyChangeCount = 0;   ///< new records made by storeEvent: the measure of progress
@@ -50,6 +63,8 @@ struct CascadeState {
   int indexedMerges = 0;  ///< scopes in which merges look nodes up in mergedNodes
   /// The nodes of each long record that merges add to while indexedMerges > 0.
   std::unordered_map<const VPFuzzyValue*, std::unordered_set<const VPNode*>> mergedNodes;
+  /// By Script node, while its list of event records is not empty.
+  std::unordered_map<const VPNode*, ScriptEvents> scriptEvents;
   /// While the shadows' values are merged nothing changes them: what a field
   /// of an instance's copy takes through its IS links is gathered once
   /// (NULL: the field has no link). Keyed by node, field and mapShadows.
@@ -108,6 +123,8 @@ struct RunContext {
   /// out of a field list counts here and makes every index be made again.
   std::unordered_map<const VPFieldList*, FieldListIndex> fieldIndexes;
   int fieldCellsUnlinked = 0;
+  /// By script program, the first of its functions of each name.
+  std::unordered_map<const JSParser*, std::unordered_map<std::string_view, JSFunction*>> firstFunctions;
 };
 
 /// The record of the run on this thread. A plain thread-local pointer: it

@@ -1121,30 +1121,44 @@ void VPNode::sendEvent(VPFuzzyValue* eventData) {
   }
 }
 
-// Drops the records made before the latest new fuzzy value on the way.
-bool VPNode::eventAlreadySimulated(const VPFuzzyValue* eventData) {
-  VPEventRecord** link = &other.script.eventRecords;
-  while (VPEventRecord* record = *link) {
-    if (record->changeCount != cascade().fuzzyChangeCount) {
-      *link = record->next;
-      releaseEventRecord(record);
-      continue;
-    }
-    if (strcmp(record->name, eventData->field->name) == 0 && eventData->sameUnknown(record->value)) {
-      return true;
-    }
-    link = &record->next;
+void VPNode::releaseEventRecords() {
+  while (VPEventRecord* record = other.script.eventRecords) {
+    other.script.eventRecords = record->next;
+    releaseEventRecord(record);
   }
-  return false;
+  cascade().scriptEvents.erase(this);
+}
+
+// The records are made in the order of the cascade, so a new fuzzy value
+// makes every record older than it: they all go.
+ScriptEvents& VPNode::currentEvents() {
+  CascadeState& state = cascade();
+  auto found = state.scriptEvents.find(this);
+  if (found != state.scriptEvents.end() && found->second.changeCount == state.fuzzyChangeCount) {
+    return found->second;
+  }
+  releaseEventRecords();
+  ScriptEvents& events = state.scriptEvents[this];
+  events.changeCount = state.fuzzyChangeCount;
+  events.tail = &other.script.eventRecords;
+  return events;
+}
+
+// Only an event of unknown value that ran before with an unknown value since
+// the latest new fuzzy value has nothing new to show.
+bool VPNode::eventAlreadySimulated(const VPFuzzyValue* eventData) {
+  const ScriptEvents& events = currentEvents();
+  return !eventData->valueKnown && events.unknownNames.count(eventData->field->name) != 0;
 }
 
 // Runs the script function of the eventIn, then delivers what it sent.
 void VPNode::runScriptFunction(VPFuzzyValue* eventData) {
   VPField* field = eventData->field;
-  VPEventRecord** last = &other.script.eventRecords;
-  while (*last != nullptr) last = &(*last)->next;
-  *last = new VPEventRecord{nullptr, copyObjectString(field->name), cascade().fuzzyChangeCount,
-                            eventData->clone()};
+  ScriptEvents& events = currentEvents();
+  *events.tail = new VPEventRecord{nullptr, copyObjectString(field->name), cascade().fuzzyChangeCount,
+                                   eventData->clone()};
+  events.tail = &(*events.tail)->next;
+  if (!eventData->valueKnown) events.unknownNames.insert(field->name);
   JSParser* program = other.script.program;
   VPJSContext context(this, program, 0);
   JSAtom* timestamp = program->newAtom(JSAtom::FLOAT);
@@ -1540,10 +1554,7 @@ void VPNode::clearSimulation() {
     for (VPFieldList* cell = other.script.fields; cell != nullptr; cell = cell->next) {
       cell->flags &= ~kActivityMask;
     }
-    while (VPEventRecord* record = other.script.eventRecords) {
-      other.script.eventRecords = record->next;
-      releaseEventRecord(record);
-    }
+    releaseEventRecords();
     forEachNodeIn(other.script.fields, clear);
     return;
   default:

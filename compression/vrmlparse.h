@@ -273,6 +273,8 @@ struct VPNode {
   bool handToBody(VPFuzzyValue* eventData, const VPNode* exceptNode, const VPField* exceptField);
   void mergeShadow(VPShadow* shadowIter, VPFuzzyValue*** cursor, int mergeValues);
   bool getLinkedValue(VPFuzzyValue* result, VPField* field, int mapShadows);
+  ScriptEvents& currentEvents();
+  void releaseEventRecords();
   bool mergeLinks(VPFuzzyValue* result, VPField* field, int mapShadows);
   bool eventAlreadySimulated(const VPFuzzyValue* eventData);
   void runScriptFunction(VPFuzzyValue* eventData);
