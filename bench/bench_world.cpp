@@ -108,6 +108,15 @@ void writeNested(FILE* out, int n, const char* open, const char* close) {
   fputs("\n", out);
 }
 
+void writeScriptFields(FILE* out, int n) {
+  fprintf(out, "DEF T TouchSensor {}\nDEF L PointLight {}\nDEF S Script {\n");
+  for (int i = 0; i < n; i++) fprintf(out, "eventIn SFTime e%d\n", i);
+  fprintf(out, "eventOut SFBool on url \"javascript:\n");
+  for (int i = 0; i < n; i++) fprintf(out, "function e%d(v) { on = %s; }\n", i, i % 2 ? "true" : "false");
+  fprintf(out, "\" }\nROUTE S.on TO L.on\n");
+  for (int i = 0; i < n; i++) fprintf(out, "ROUTE T.touchTime TO S.e%d\n", i);
+}
+
 void writeNestedInstances(FILE* out, int n) {
   fprintf(out, "PROTO NestP [ exposedField MFNode c [] ] { Group { children IS c } }\n");
   writeNested(out, n, "NestP { c [ ", "] } ");
@@ -143,6 +152,7 @@ struct Shape {
 const Shape kShapes[] = {
     {"fan-out", writeFanOut, 11000, "--vrml97"},
     {"scripts", writeScripts, 16000, "--vrml97"},
+    {"Script fields", writeScriptFields, 12500, "--vrml97"},
     {"nested instances", writeNestedInstances, 12500, nullptr},
     {"nested instances", writeNestedInstances, 12500, "--vrml97"},
     {"nested Transforms", writeNestedTransforms, 12500, nullptr},
