@@ -726,12 +726,16 @@ const char* numberText(char* buffer, const JSExpression* expr) {
   return buffer;
 }
 
-// A number written with digits alone, which a member point behind it would join.
-bool isWholeNumberText(const JSExpression* expr) {
-  if (expr->type != JSExpression::FLOAT && expr->type != JSExpression::INT) return false;
+// What stands between a number written with digits alone and a member point
+// behind it, which would otherwise join the number: a second point ("1..x"),
+// or a blank after a literal kept as written ("019 .x"), which a point would
+// read as another number (019. is 19). Empty for any other expression.
+const char* memberPointGap(const JSExpression* expr) {
+  if (expr->type != JSExpression::FLOAT && expr->type != JSExpression::INT) return "";
   char buffer[kNumberTextSize];
   const char* text = numberText(buffer, expr);
-  return strspn(text, "0123456789") == strlen(text);
+  if (strspn(text, "0123456789") != strlen(text)) return "";
+  return text == expr->literal ? " " : ".";
 }
 
 // The first character that the expression's text will have.
@@ -782,8 +786,8 @@ void printExpression(FILE* stream, const JSExpression* expr) {
     return;
   case JSExpression::BINARY: {
     printExpression(stream, expr->binary.expr1);
-    if (vrml97Option() && isWord(expr->binary.token, ".") && isWholeNumberText(expr->binary.expr1)) {
-      printText(stream, ".");  // "1..toString": the first point belongs to the number
+    if (vrml97Option() && isWord(expr->binary.token, ".")) {
+      printText(stream, memberPointGap(expr->binary.expr1));
     }
     printOperand(stream, expr->binary.token, expr->binary.expr2);
     return;

@@ -42,7 +42,8 @@ TEST(Vrml97Scripts, SemicolonsAreInsertedAsEcmaScriptSays) {
 }
 
 // A literal in the shortest text of its double; one that reads as a whole
-// number keeps a point before a member point.
+// number keeps a point before a member point, one kept as written a blank
+// (a point would make "019." read as 19).
 TEST(Vrml97Scripts, NumbersInTheShortestTextOfTheirDouble) {
   const struct {
     const char* literal;
@@ -54,6 +55,7 @@ TEST(Vrml97Scripts, NumbersInTheShortestTextOfTheirDouble) {
       {"1e999", "1e999"},    {"1..toString()", "1..toString()"},
       {"0x1F.toString()", "31..toString()"},         {"1.5.toFixed(1)", "1.5.toFixed(1)"},
       {"1000.0.toFixed(1)", "1e3.toFixed(1)"},       {"a- -0.5", "a- -.5"},
+      {"019 .toString()", "019 .toString()"},
       // 17 octal digits hold 51 bits, exact in a double; 18 hold 54, not read.
       {"077777777777777777", "2251799813685247."},   {"0777777777777777777", "0777777777777777777"},
   };
