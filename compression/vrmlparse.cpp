@@ -1457,6 +1457,19 @@ VPValue* VPFile::parseSFString() {
   return cell;
 }
 
+namespace {
+
+void growPixels(VPImage* image, int64_t kept, int64_t room) {
+  int32_t* pixels = newArray<int32_t>(size_t(room));
+  if (kept > 0) {
+    std::copy(image->pixels, image->pixels + kept, pixels);
+    releaseObject(image->pixels);
+  }
+  image->pixels = pixels;
+}
+
+}  // namespace
+
 // Width, height, components, then width * height pixels; past the first
 // integer, every token must be an integer.
 VPValue* VPFile::parseSFImage() {
@@ -1478,12 +1491,15 @@ VPValue* VPFile::parseSFImage() {
            describeToken().c_str());
   image->components = tokValue.intValue;
   int64_t count = pixelCount(image);
-  if (count >= 1) image->pixels = newArray<int32_t>(size_t(count));
+  // The array grows with the pixels read: a short text may announce an image
+  // of billions of pixels and then end.
+  int64_t room = 0;
   for (int64_t i = 0; i < count; i++) {
     nextToken();
     CHECK_AT(tokType == TokInt, tokenLine, tokenColumn,
              "found %s where a whole number was expected: pixel %d of the %d of an SFImage",
              describeToken().c_str(), int(i + 1), int(count));
+    if (i == room) growPixels(image, i, room = std::min(count, std::max<int64_t>(2 * room, 1024)));
     image->pixels[i] = tokValue.intValue;
   }
   VPValue* cell = newRecord<VPValue>();
