@@ -1403,6 +1403,8 @@ void VPNode::simulateOpaqueScript() {
   std::vector<VPNode*> reach = nodesBelow();
   bool direct = hasDirectOutput(this) || other.script.program->makesRoutes;
   for (VPNode* node : reach) {
+    // A PROTO declared in a field's value is no node of the scene.
+    if (node->nodeType != SCRIPT && node->nodeType != OTHER) continue;
     std::unordered_set<const VPNode*>& opaqueReach = cascade().opaqueReach;
     opaqueReach.insert(node);
     if (node->other.shadowedNode != nullptr) opaqueReach.insert(node->other.shadowedNode);
