@@ -32,9 +32,16 @@
 
 namespace {
 
+// One line of the context stack, kept as its format and arguments: most are
+// popped unread, so the text is made only when a report dumps the stack. The
+// arguments are names that live as long as the run.
 struct ContextCell {
-  ContextCell* next;
-  std::string text;
+  static constexpr int kMaxArguments = 3;
+  const char* format;
+  union Argument {
+    const char* string;
+    int integer;
+  } arguments[kMaxArguments];
 };
 
 }  // namespace
@@ -46,8 +53,7 @@ struct Diagnostics {
   const char* inputName = "";       // FILE of the reports about a place in the input
   bool stopPlaced = false;          // the coming stop's place is already reported
   std::string* messages = nullptr;  // the run's messages; NULL: stderr
-  ContextCell* contextStack = nullptr;  // newest first
-  size_t contextDepth = 0;              // the cells of contextStack
+  std::vector<ContextCell> contextStack;  // oldest first
   int warningCount = 0;
   int alertCount = 0;
   // The depth of the context stack at the start of each trial now running.
@@ -58,7 +64,7 @@ namespace {
 
 RunHeap processHeap;
 Diagnostics processDiagnostics;
-RunContext processContext = {0, 0, &processHeap, &processDiagnostics, {}, {}, {}, {}, 0, {}};
+RunContext processContext = {0, 0, &processHeap, &processDiagnostics, {}, {}, {}, {}, 0, 0, {}};
 
 Diagnostics* diagnostics() { return currentRun->diagnostics; }
 
@@ -67,7 +73,7 @@ struct RunStopped {
   int status;
 };
 
-size_t contextDepth() { return diagnostics()->contextDepth; }
+size_t contextDepth() { return diagnostics()->contextStack.size(); }
 
 const char kUsage[] =
     "Usage: worldPare [-l] <file_in> <file_out>\n\n"
@@ -82,10 +88,25 @@ constexpr size_t kLongText = 1023;
 constexpr size_t kLongDump = size_t(5) << 20;
 constexpr size_t kDumpEnd = size_t(256) << 10;
 
+// The arguments of a format as a report passes them.
+struct PassedArguments {
+  va_list& list;
+  const char* string() { return va_arg(list, const char*); }
+  int integer() { return va_arg(list, int); }
+};
+
+// The arguments of a format as a context cell keeps them.
+struct KeptArguments {
+  const ContextCell::Argument* next;
+  const char* string() { return (next++)->string; }
+  int integer() { return (next++)->integer; }
+};
+
 // The text of a report's format: its conversions are %s and %d (and %%). A
 // string is measured, never copied past the kept part, so that a name of
 // 600000 characters on each of 100000 lines costs little.
-std::string formatText(const char* format, va_list args) {
+template <class Arguments>
+std::string formatText(const char* format, Arguments arguments) {
   std::string text;
   size_t length = 0;
   auto append = [&text, &length](const char* part, size_t size) {
@@ -96,12 +117,12 @@ std::string formatText(const char* format, va_list args) {
     if (*p != '%') {
       append(p, 1);
     } else if (*++p == 's') {
-      const char* string = va_arg(args, const char*);
+      const char* string = arguments.string();
       if (string == nullptr) string = "(null)";
       append(string, strlen(string));
     } else if (*p == 'd') {
       char number[16];
-      append(number, size_t(snprintf(number, sizeof number, "%d", va_arg(args, int))));
+      append(number, size_t(snprintf(number, sizeof number, "%d", arguments.integer())));
     } else {
       CHECK(*p == '%');
       append(p, 1);
@@ -113,6 +134,18 @@ std::string formatText(const char* format, va_list args) {
          (endsLine ? "\n" : "");
 }
 
+std::string formatText(const char* format, va_list args) {
+  va_list list;
+  va_copy(list, args);
+  std::string text = formatText(format, PassedArguments{list});
+  va_end(list);
+  return text;
+}
+
+std::string contextText(const ContextCell& cell) {
+  return formatText(cell.format, KeptArguments{cell.arguments});
+}
+
 void emit(const std::string& text) {
   if (diagnostics()->messages != nullptr) {
     diagnostics()->messages->append(text);
@@ -121,37 +154,34 @@ void emit(const std::string& text) {
   }
 }
 
-size_t lineBytes(const ContextCell* cell) { return cell->text.size() + 3; }
-
 // How many lines from the start of the range fill no more than kDumpEnd bytes.
 template <class Iterator>
 size_t linesWithin(Iterator line, Iterator end) {
   size_t bytes = 0, count = 0;
-  for (; line != end && bytes + lineBytes(*line) <= kDumpEnd; ++line, ++count) {
-    bytes += lineBytes(*line);
+  for (; line != end && bytes + line->size() + 3 <= kDumpEnd; ++line, ++count) {
+    bytes += line->size() + 3;
   }
   return count;
 }
 
 void dumpContext() {
   emit("Stack dump:\n");
-  std::vector<const ContextCell*> cells;  // oldest first
+  std::vector<std::string> lines;  // oldest first
   size_t bytes = 0;
-  for (const ContextCell* cell = diagnostics()->contextStack; cell != nullptr; cell = cell->next) {
-    cells.push_back(cell);
-    bytes += lineBytes(cell);
+  for (const ContextCell& cell : diagnostics()->contextStack) {
+    lines.push_back(contextText(cell));
+    bytes += lines.back().size() + 3;
   }
-  std::reverse(cells.begin(), cells.end());
-  auto print = [](const ContextCell* cell) { emit("  " + cell->text + "\n"); };
+  auto print = [](const std::string& line) { emit("  " + line + "\n"); };
   if (bytes <= kLongDump) {
-    for (const ContextCell* cell : cells) print(cell);
+    for (const std::string& line : lines) print(line);
     return;
   }
-  size_t head = linesWithin(cells.begin(), cells.end());
-  size_t tail = linesWithin(cells.rbegin(), cells.rend());
-  for (size_t i = 0; i < head; i++) print(cells[i]);
-  emit("  [... " + std::to_string(cells.size() - head - tail) + " lines left out]\n");
-  for (size_t i = cells.size() - tail; i < cells.size(); i++) print(cells[i]);
+  size_t head = linesWithin(lines.begin(), lines.end());
+  size_t tail = linesWithin(lines.rbegin(), lines.rend());
+  for (size_t i = 0; i < head; i++) print(lines[i]);
+  emit("  [... " + std::to_string(lines.size() - head - tail) + " lines left out]\n");
+  for (size_t i = lines.size() - tail; i < lines.size(); i++) print(lines[i]);
 }
 
 // The report of the first three calls, one line for the fourth, then silence.
@@ -177,20 +207,28 @@ void printMessage(const char* format, ...) {
 }
 
 void pushContext(const char* format, ...) {
+  ContextCell cell = {format, {}};
   va_list args;
   va_start(args, format);
-  diagnostics()->contextStack = new ContextCell{diagnostics()->contextStack, formatText(format, args)};
-  diagnostics()->contextDepth++;
+  int count = 0;
+  for (const char* p = strchr(format, '%'); p != nullptr; p = strchr(p + 2, '%')) {
+    if (p[1] == '%') continue;
+    CHECK(count < ContextCell::kMaxArguments);
+    if (p[1] == 's') {
+      cell.arguments[count++].string = va_arg(args, const char*);
+    } else {
+      cell.arguments[count++].integer = va_arg(args, int);
+    }
+  }
   va_end(args);
+  diagnostics()->contextStack.push_back(cell);
 }
 
 void popContext() {
-  ContextCell*& myStack = diagnostics()->contextStack;
+  std::vector<ContextCell>& stack = diagnostics()->contextStack;
+  const ContextCell* myStack = stack.empty() ? NULL : &stack.back();
   CHECK(myStack != NULL);
-  ContextCell* cell = myStack;
-  myStack = cell->next;
-  diagnostics()->contextDepth--;
-  delete cell;
+  stack.pop_back();
 }
 
 void beginTrial() { diagnostics()->trialDepths.push_back(contextDepth()); }
@@ -944,7 +982,7 @@ void beginRun(Run* run) {
 }
 
 void endRun(Run* run) {
-  while (run->diagnostics.contextStack != nullptr) popContext();
+  run->diagnostics.contextStack.clear();
   endRunHeap(&run->heap);
 }
 
