@@ -777,11 +777,9 @@ void VPNode::dropDefName() {
 
 // Every node record: declarations, instances, and the copies inside instances.
 std::vector<VPNode*> VPFile::allNodes() {
-  std::unordered_set<VPNode*> seen;
-  std::vector<VPNode*> nodes;
-  auto reach = [&](VPNode* node) {
-    if (seen.insert(node).second) nodes.push_back(node);
-  };
+  NodeCollector collector;
+  std::vector<VPNode*>& nodes = collector.nodes;
+  auto reach = [&collector](VPNode* node) { collector.add(node); };
   forEachNode(topLevel, reach);
   forEachNode(standIns, reach);
   forEachNode(allProtos, reach);
@@ -792,7 +790,7 @@ std::vector<VPNode*> VPFile::allNodes() {
     if (node->nodeType == VPNode::OTHER) forEachNode(node->other.generic.implementation, reach);
     if (node->nodeType == VPNode::SCRIPT) forEachNodeIn(node->other.script.fields, reach);
   }
-  return nodes;
+  return std::move(nodes);
 }
 
 namespace {

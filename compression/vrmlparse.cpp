@@ -593,17 +593,24 @@ void VPNode::clearVisited() {
   }
 }
 
+NodeCollector::NodeCollector() : mark(++currentRun->reachWalks) {}
+
+void NodeCollector::add(VPNode* node) {
+  if (node->reachMark == mark) return;
+  node->reachMark = mark;
+  nodes.push_back(node);
+}
+
 std::vector<VPNode*> VPNode::nodesBelow() {
-  std::unordered_set<VPNode*> seen = {this};
-  std::vector<VPNode*> nodes = {this};
+  NodeCollector collector;
+  collector.add(this);
+  std::vector<VPNode*>& nodes = collector.nodes;
+  auto reach = [&collector](VPNode* child) { collector.add(child); };
   for (size_t i = 0; i < nodes.size(); i++) {
-    auto reach = [&](VPNode* child) {
-      if (seen.insert(child).second) nodes.push_back(child);
-    };
     forEachNodeIn(nodes[i]->fields, reach);
     if (nodes[i]->nodeType == SCRIPT) forEachNodeIn(nodes[i]->other.script.fields, reach);
   }
-  return nodes;
+  return std::move(nodes);
 }
 
 VPRoute* VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest,
