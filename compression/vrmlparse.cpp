@@ -508,14 +508,53 @@ VPFieldList* findCellOf(VPFieldList* list, const VPField* field) {
   return nullptr;
 }
 
-void clearVisitedNodes(const VPNodeList* list) {
-  for (const VPNodeList* cell = list; cell != nullptr; cell = cell->next) {
-    if (cell->node != nullptr) withStackRoom([&]() { cell->node->clearVisited(); });
+// The marked nodes still to clear. What the walk clears does not depend on
+// its order, so it keeps its own stack: a world 100000 deep costs no frames.
+using UnclearedNodes = std::vector<VPNode*>;
+
+void pushMarked(UnclearedNodes& work, VPNode* node) {
+  if (node != nullptr && node->visited) work.push_back(node);
+}
+
+void pushMarkedNodes(UnclearedNodes& work, const VPNodeList* list) {
+  for (const VPNodeList* cell = list; cell != nullptr; cell = cell->next) pushMarked(work, cell->node);
+}
+
+void pushMarkedNodeFields(UnclearedNodes& work, const VPFieldList* list) {
+  forEachNodeIn(list, [&work](VPNode* node) { pushMarked(work, node); });
+}
+
+// A node's mark goes, then the marks of what it holds, as far as marked
+// nodes lead: an unmarked node turns the walk back.
+void clearMarks(UnclearedNodes& work) {
+  while (!work.empty()) {
+    VPNode* node = work.back();
+    work.pop_back();
+    if (!node->visited) continue;
+    node->visited = 0;
+    switch (node->nodeType) {
+    case VPNode::EXTERNPROTO:
+      pushMarkedNodeFields(work, node->fields);  // --vrml97Option: defaults that hold nodes
+      break;
+    case VPNode::PROTO:
+      pushMarkedNodes(work, node->body);
+      pushMarkedNodeFields(work, node->fields);
+      break;
+    default:
+      pushMarkedNodeFields(work, node->fields);
+      if (node->nodeType == VPNode::OTHER) {
+        pushMarkedNodes(work, node->other.generic.implementation);
+      } else {
+        pushMarkedNodeFields(work, node->other.script.fields);
+      }
+    }
   }
 }
 
-void clearVisitedNodeFields(const VPFieldList* list) {
-  forEachNodeIn(list, [](VPNode* node) { node->clearVisited(); });
+void clearVisitedNodes(const VPNodeList* list) {
+  UnclearedNodes work;
+  pushMarkedNodes(work, list);
+  clearMarks(work);
 }
 
 }  // namespace
@@ -573,24 +612,9 @@ VPFieldList* VPNode::findEffectiveField(const VPField* field) {
 }
 
 void VPNode::clearVisited() {
-  if (!visited) return;
-  visited = 0;
-  switch (nodeType) {
-  case EXTERNPROTO:
-    clearVisitedNodeFields(fields);  // --vrml97Option: defaults that hold nodes
-    return;
-  case PROTO:
-    clearVisitedNodes(body);
-    clearVisitedNodeFields(fields);
-    return;
-  default:
-    clearVisitedNodeFields(fields);
-    if (nodeType == OTHER) {
-      clearVisitedNodes(other.generic.implementation);
-    } else {
-      clearVisitedNodeFields(other.script.fields);
-    }
-  }
+  UnclearedNodes work;
+  pushMarked(work, this);
+  clearMarks(work);
 }
 
 NodeCollector::NodeCollector() : mark(++currentRun->reachWalks) {}
@@ -629,8 +653,10 @@ VPRoute* VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest,
 }
 
 void VPFile::clearVisited() {
-  clearVisitedNodes(topLevel);
-  clearVisitedNodes(standIns);
+  UnclearedNodes work;
+  pushMarkedNodes(work, topLevel);
+  pushMarkedNodes(work, standIns);
+  clearMarks(work);
 }
 
 VPNode* VPFile::findNamedNode(const char* name) {
