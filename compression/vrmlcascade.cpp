@@ -69,7 +69,8 @@ class IndexedMerges {
  public:
   IndexedMerges() { cascade().indexedMerges++; }
   ~IndexedMerges() {
-    if (--cascade().indexedMerges == 0) cascade().mergedNodes.clear();
+    // A clear costs the table's buckets, which stay as large as it ever grew.
+    if (--cascade().indexedMerges == 0 && !cascade().mergedNodes.empty()) cascade().mergedNodes.clear();
   }
   IndexedMerges(const IndexedMerges&) = delete;
   IndexedMerges& operator=(const IndexedMerges&) = delete;
