@@ -70,7 +70,8 @@ class IndexedMerges {
   IndexedMerges() { cascade().indexedMerges++; }
   ~IndexedMerges() {
     // A clear costs the table's buckets, which stay as large as it ever grew.
-    if (--cascade().indexedMerges == 0 && !cascade().mergedNodes.empty()) cascade().mergedNodes.clear();
+    CascadeState& state = cascade();
+    if (--state.indexedMerges == 0 && !state.mergedNodes.empty()) state.mergedNodes.clear();
   }
   IndexedMerges(const IndexedMerges&) = delete;
   IndexedMerges& operator=(const IndexedMerges&) = delete;

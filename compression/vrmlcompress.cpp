@@ -1011,7 +1011,7 @@ struct SubtreeShape {
 struct NodeSharing {
   std::unordered_map<VPNode*, SubtreeShape> shapes;
   std::unordered_map<uint64_t, std::vector<VPNode*>> firstNodes;  ///< by hash
-  NodeCollector walked;  ///< the nodes met, marked as no other walk meanwhile marks
+  NodeCollector walked;
   std::unordered_set<std::string> names;  ///< taken in the scope
   size_t nameCounter = 0;
 
@@ -1103,8 +1103,7 @@ VPNode* NodeSharing::findEqual(VPNode* node) {
 // copies, and its children are walked.
 void NodeSharing::shareAt(VPNode** place) {
   VPNode* node = *place;
-  if (node == nullptr || node->nodeType != VPNode::OTHER || node->reachMark == walked.mark) return;
-  walked.add(node);
+  if (node == nullptr || node->nodeType != VPNode::OTHER || !walked.add(node)) return;
   const SubtreeShape& shape = shapeOf(node);
   if (shape.shareable) {
     VPNode* first = shape.tree ? findEqual(node) : nullptr;

@@ -619,10 +619,11 @@ void VPNode::clearVisited() {
 
 NodeCollector::NodeCollector() : mark(++currentRun->reachWalks) {}
 
-void NodeCollector::add(VPNode* node) {
-  if (node->reachMark == mark) return;
+bool NodeCollector::add(VPNode* node) {
+  if (node->reachMark == mark) return false;
   node->reachMark = mark;
   nodes.push_back(node);
+  return true;
 }
 
 std::vector<VPNode*> VPNode::nodesBelow() {

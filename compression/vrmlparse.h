@@ -147,17 +147,6 @@ struct VPEventRecord;
 /// - SCRIPT and OTHER: name is the DEF name or NULL, fields the cells set in the
 ///   file, and everything in `other`; a SCRIPT's interface is other.script.fields.
 /// All members of a new node are zero.
-/// The nodes of one walk, each once, in the order met: a walk marks the
-/// nodes with a number of its own, so that passes holding the visited marks
-/// may walk, and no set of pointers is needed.
-struct NodeCollector {
-  unsigned mark;
-  std::vector<VPNode*> nodes;
-
-  NodeCollector();
-  void add(VPNode* node);
-};
-
 struct VPNode {
   enum NodeType { EXTERNPROTO = 0, PROTO = 1, SCRIPT = 2, OTHER = 3 };
 
@@ -166,7 +155,7 @@ struct VPNode {
   VPFieldList* fields;
   int visited;  ///< the one mark of all traversals; clear between them
   int scriptSeen;  ///< --vrml97: 1 a Script may see its values, 2 may also hold it
-  unsigned reachMark;  ///< the walk of nodesBelow or allNodes that met it last
+  unsigned reachMark;  ///< the mark of the NodeCollector that met it last
   InputPosition position;  ///< of the type name of an instance, of the word of a declaration
 
   VPValue* urls;            ///< EXTERNPROTO
@@ -293,6 +282,18 @@ struct VPNode {
   void simulateOpaqueScript();
   bool isOpaqueScript() const;
   void cutSwitchChoices();
+};
+
+/// The nodes of one walk, each once, in the order met: a walk marks the
+/// nodes with a number of its own, so that passes holding the visited marks
+/// may walk, and no set of pointers is needed.
+struct NodeCollector {
+  unsigned mark;
+  std::vector<VPNode*> nodes;
+
+  NodeCollector();
+  /// False if the walk met the node before.
+  bool add(VPNode* node);
 };
 
 /// Takes one route out of both of its lists.
