@@ -17,7 +17,7 @@ import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { dirname, extname, join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
-import { launch } from '../../web/test/browser.mjs';
+import { launch, newTab, withinTime } from '../../web/test/browser.mjs';
 import { compareStates } from './compare.mjs';
 
 const here = dirname(fileURLToPath(import.meta.url));
@@ -27,15 +27,6 @@ const kRounds = 3;
 const kTolerance = 1e-5;
 const kSeed = 20;
 const kPairMilliseconds = 300000;  // a world whose scripts never end fails
-
-// `promise`, or a failure after `milliseconds`.
-function withinTime(promise, milliseconds, what) {
-  let timer;
-  const late = new Promise((done, fail) => {
-    timer = setTimeout(() => fail(new Error(`${what} took more than ${milliseconds / 1000} s`)), milliseconds);
-  });
-  return Promise.race([promise, late]).finally(() => clearTimeout(timer));
-}
 
 const kPage = '<!DOCTYPE html><meta charset="utf-8"><script src="/driver.js"></script>' +
   '<script src="/x_ite/x_ite.min.js"></script>' +
@@ -68,7 +59,7 @@ function answer(request, strangers) {
 }
 
 async function openTab(browser) {
-  const page = await browser.newPage();
+  const page = await newTab(browser);
   const strangers = [];
   await page.setRequestInterception(true);
   page.on('request', (request) => answer(request, strangers));

@@ -22,11 +22,35 @@ export function launch(scratch) {
   });
 }
 
+/// `promise`, or a failure after `milliseconds`.
+export function withinTime(promise, milliseconds, what) {
+  let timer;
+  const late = new Promise((done, fail) => {
+    timer = setTimeout(() => fail(new Error(`${what} took more than ${milliseconds / 1000} s`)), milliseconds);
+  });
+  return Promise.race([promise, late]).finally(() => clearTimeout(timer));
+}
+
+const kTabAttempts = 3;
+const kTabMilliseconds = 60000;
+
+/// A new tab. On a loaded machine Chromium may not answer the first request
+/// for one: each attempt has a minute, and the third failure is the error.
+export async function newTab(browser) {
+  for (let attempt = 1; ; attempt++) {
+    try {
+      return await withinTime(browser.newPage(), kTabMilliseconds, 'opening a tab');
+    } catch (error) {
+      if (attempt === kTabAttempts) throw error;
+    }
+  }
+}
+
 /// Serves `folder` and opens it in a new tab. `strangers` collects requests
 /// to any other host, `errors` the page's uncaught errors.
 export async function openPage(browser, folder) {
   const { server, address } = await serveFolder(folder, 0);
-  const page = await browser.newPage();
+  const page = await newTab(browser);
   const strangers = [];
   const errors = [];
   page.on('request', (request) => {
