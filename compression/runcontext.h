@@ -123,6 +123,7 @@ struct RunContext {
   /// out of a field list counts here and makes every index be made again.
   std::unordered_map<const VPFieldList*, FieldListIndex> fieldIndexes;
   int fieldCellsUnlinked = 0;
+  unsigned traversal = 1;  ///< the running traversal: the mark that visit() sets
   unsigned reachWalks = 0;  ///< the walks that collected nodes by their reach marks
   /// By script program, the first of its functions of each name.
   std::unordered_map<const JSParser*, std::unordered_map<std::string_view, JSFunction*>> firstFunctions;

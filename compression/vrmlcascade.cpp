@@ -1284,7 +1284,7 @@ void VPFile::runCascade() {
   };
   auto overProtos = [this](int mergeValues) {
     forEachNode(allProtos, [mergeValues](VPNode* proto) { proto->mergeShadows(mergeValues); });
-    clearVisited();
+    clearVisitedFromTop();
   };
   // --vrml97: nothing fixes the order in which scripts initialize, so each
   // initialize runs again until what the others did shows it nothing new.
@@ -1316,8 +1316,7 @@ void VPFile::runCascade() {
 }
 
 void VPNode::initializeNode() {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   if (nodeType != SCRIPT && nodeType != OTHER) return;
   pushContext("Initializing %s::%s", other.baseProto->name, nameOrNull(name));
   auto initialize = [](VPNode* node) { node->initializeNode(); };
@@ -1448,8 +1447,7 @@ void VPNode::simulateAnyUse() {
 }
 
 void VPNode::simulateNodeEvents() {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   if (nodeType != SCRIPT && nodeType != OTHER) return;
   pushContext("Simulating events from %s::%s", other.baseProto->name, nameOrNull(name));
   auto simulate = [](VPNode* node) { node->simulateNodeEvents(); };
@@ -1492,8 +1490,7 @@ void VPNode::mergeShadow(VPShadow* shadowIter, VPFuzzyValue*** cursor, int merge
 }
 
 void VPNode::mergeShadows(int mergeValues) {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   auto merge = [mergeValues](VPNode* node) { node->mergeShadows(mergeValues); };
   if (nodeType == PROTO) {
     forEachNode(body, merge);
@@ -1524,8 +1521,7 @@ void VPNode::mergeShadows(int mergeValues) {
 }
 
 void VPNode::pruneScripts() {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   auto prune = [](VPNode* node) { node->pruneScripts(); };
   forEachNodeIn(fields, prune);
   if (nodeType == PROTO) forEachNode(body, prune);
@@ -1542,8 +1538,7 @@ void VPNode::pruneScripts() {
 }
 
 void VPNode::clearSimulation() {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) cell->flags &= ~kActivityMask;
   auto clear = [](VPNode* node) { node->clearSimulation(); };
   forEachNodeIn(fields, clear);
@@ -1580,8 +1575,7 @@ bool holdsActiveNodes(const VPFieldList* cell) {
 }  // namespace
 
 void VPNode::nukeDeadScriptFields() {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   auto nuke = [](VPNode* node) { node->nukeDeadScriptFields(); };
   forEachNodeIn(fields, nuke);
   if (nodeType == PROTO) forEachNode(body, nuke);

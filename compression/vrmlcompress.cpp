@@ -154,8 +154,7 @@ void VPNode::scanCell(VPFieldList* cell, bool inDeclaration) {
 }
 
 void VPNode::scanNode(bool inDeclaration) {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   bool declares = inDeclaration || nodeType == PROTO;
   for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) scanCell(cell, declares);
   switch (nodeType) {
@@ -627,8 +626,7 @@ bool VPNode::isInterfaceFieldLive(const VPFieldList* cell) {
 }
 
 void VPNode::foldNode() {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   CHECK(nodeType == SCRIPT || nodeType == OTHER);
   foldConstantFields(fields);
   if (nodeType == SCRIPT) foldConstantFields(other.script.fields);
@@ -669,8 +667,7 @@ void VPFile::pruneSwitches() {
 }
 
 void VPNode::pruneSwitchChoices() {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   auto prune = [](VPNode* node) { node->pruneSwitchChoices(); };
   forEachNodeIn(fields, prune);
   switch (nodeType) {
@@ -755,8 +752,7 @@ void VPFile::dropDefNames() {
 }
 
 void VPNode::dropDefName() {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   // --vrml97: an Anchor's url "#name" names a Viewpoint by its DEF.
   bool namedByAnchors = vrml97Option() && nodeType == OTHER &&
                         strcmp(other.baseProto->name, "Viewpoint") == 0;

@@ -513,7 +513,7 @@ VPFieldList* findCellOf(VPFieldList* list, const VPField* field) {
 using UnclearedNodes = std::vector<VPNode*>;
 
 void pushMarked(UnclearedNodes& work, VPNode* node) {
-  if (node != nullptr && node->visited) work.push_back(node);
+  if (node != nullptr && node->isVisited()) work.push_back(node);
 }
 
 void pushMarkedNodes(UnclearedNodes& work, const VPNodeList* list) {
@@ -530,7 +530,7 @@ void clearMarks(UnclearedNodes& work) {
   while (!work.empty()) {
     VPNode* node = work.back();
     work.pop_back();
-    if (!node->visited) continue;
+    if (!node->isVisited()) continue;
     node->visited = 0;
     switch (node->nodeType) {
     case VPNode::EXTERNPROTO:
@@ -653,7 +653,15 @@ VPRoute* VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest,
   return route;
 }
 
-void VPFile::clearVisited() {
+// Ends a traversal from topLevel and the stand-ins. It reached every node that
+// it marked through marked nodes, or took the node out of the scene since, so
+// a new number clears every mark that a walk from there could meet.
+void VPFile::clearVisited() { currentRun->traversal++; }
+
+// Ends a traversal from other roots: the marks go as far as a walk from
+// topLevel and the stand-ins through marked nodes leads. A declaration that
+// stands in a node's field keeps its mark until a later traversal leads there.
+void VPFile::clearVisitedFromTop() {
   UnclearedNodes work;
   pushMarkedNodes(work, topLevel);
   pushMarkedNodes(work, standIns);
@@ -2140,15 +2148,13 @@ void VPField::write(FILE* stream) const {
 
 void VPNode::write(FILE* stream) {
   if (nodeType == EXTERNPROTO || nodeType == PROTO) {
-    if (visited) return;
-    visited = 1;
+    if (!visit()) return;
     writeDeclaration(stream);
-  } else if (visited) {
+  } else if (!visit()) {
     CHECK(name != NULL);
     writeWords(stream, {"USE", name});
     writeGap(stream, '\n');
   } else {
-    visited = 1;
     writeInstance(stream);
   }
 }
@@ -2281,8 +2287,7 @@ void VPNode::writeField(VPFieldList* cell, FILE* stream, int withValues, int isI
 // The routes of a subtree, grouped by source node, depth first; the routes of
 // one source in input order.
 void VPNode::writeRoutes(FILE* stream) {
-  if (visited) return;
-  visited = 1;
+  if (!visit()) return;
   if (nodeType == PROTO || nodeType == EXTERNPROTO) return;
   std::vector<const VPRoute*> routes;
   for (const VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {

@@ -153,7 +153,7 @@ struct VPNode {
   int nodeType;
   char* name;
   VPFieldList* fields;
-  int visited;  ///< the one mark of all traversals; clear between them
+  unsigned visited;  ///< the traversal that marked it last: see visit()
   int scriptSeen;  ///< --vrml97: 1 a Script may see its values, 2 may also hold it
   unsigned reachMark;  ///< the mark of the NodeCollector that met it last
   InputPosition position;  ///< of the type name of an instance, of the word of a declaration
@@ -189,6 +189,14 @@ struct VPNode {
   VPFieldList* findFieldByName(const char* fieldName);
   VPField* fieldByName(const char* fieldName);
   VPFieldList* findEffectiveField(const VPField* field);
+  /// The one mark of all traversals: marks the node in the running traversal,
+  /// false if it was marked already.
+  bool visit() {
+    if (isVisited()) return false;
+    visited = currentRun->traversal;
+    return true;
+  }
+  bool isVisited() const { return visited == currentRun->traversal; }
   void clearVisited();
   /// This node and every node below it through node-valued fields, each once.
   /// Keeps its own marks, so passes that hold the visited marks may call it.
@@ -368,6 +376,7 @@ struct VPFile {
   void skipSpace();
   void write(FILE* stream);
   void clearVisited();
+  void clearVisitedFromTop();
   VPNode* findNamedNode(const char* name);
 
   // Tokenizer.
