@@ -1316,25 +1316,32 @@ void VPFile::runCascade() {
 }
 
 void VPNode::initializeNode() {
-  if (!visit()) return;
-  if (nodeType != SCRIPT && nodeType != OTHER) return;
-  pushContext("Initializing %s::%s", other.baseProto->name, nameOrNull(name));
-  auto initialize = [](VPNode* node) { node->initializeNode(); };
-  forEachNodeIn(fields, initialize);
-  if (nodeType == OTHER) {
-    forEachNode(other.generic.implementation, initialize);
-  } else {
-    forEachNodeIn(other.script.fields, initialize);
-    JSParser* program = other.script.program;
-    VPJSContext context(this, program, 0);
-    if (vrml97Option()) {
-      enterScript(program, [&]() { program->simulateCall(kLoadFunctionName, &context, nullptr); });
-      context.flushEvents();
+  auto enter = [](VPNode* node, NodeWalkSteps& walk) {
+    if (node->nodeType != SCRIPT && node->nodeType != OTHER) return;
+    pushContext("Initializing %s::%s", node->other.baseProto->name, nameOrNull(node->name));
+    walk.childrenIn(node->fields);
+    if (node->nodeType == OTHER) {
+      walk.children(node->other.generic.implementation);
+    } else {
+      walk.childrenIn(node->other.script.fields);
     }
-    enterScript(program, [&]() { program->simulateCall("initialize", &context, nullptr); });
+    walk.leave();
+  };
+  walkNodes(this, enter, [](VPNode* node, NodeWalkSteps&) {
+    if (node->nodeType == SCRIPT) node->runInitialize();
+    popContext();
+  });
+}
+
+void VPNode::runInitialize() {
+  JSParser* program = other.script.program;
+  VPJSContext context(this, program, 0);
+  if (vrml97Option()) {
+    enterScript(program, [&]() { program->simulateCall(kLoadFunctionName, &context, nullptr); });
     context.flushEvents();
   }
-  popContext();
+  enterScript(program, [&]() { program->simulateCall("initialize", &context, nullptr); });
+  context.flushEvents();
 }
 
 // A standard node, or an instance of an EXTERNPROTO, may fire each routed
@@ -1447,19 +1454,26 @@ void VPNode::simulateAnyUse() {
 }
 
 void VPNode::simulateNodeEvents() {
-  if (!visit()) return;
-  if (nodeType != SCRIPT && nodeType != OTHER) return;
-  pushContext("Simulating events from %s::%s", other.baseProto->name, nameOrNull(name));
-  auto simulate = [](VPNode* node) { node->simulateNodeEvents(); };
-  forEachNodeIn(fields, simulate);
-  if (nodeType == SCRIPT) {
-    forEachNodeIn(other.script.fields, simulate);
-    if (other.script.program->opaque) simulateOpaqueScript();
-  } else {
-    forEachNode(other.generic.implementation, simulate);
-    if (other.baseProto->nodeType == EXTERNPROTO) simulateRouteSources();
-  }
-  popContext();
+  auto enter = [](VPNode* node, NodeWalkSteps& walk) {
+    if (node->nodeType != SCRIPT && node->nodeType != OTHER) return;
+    pushContext("Simulating events from %s::%s", node->other.baseProto->name,
+                nameOrNull(node->name));
+    walk.childrenIn(node->fields);
+    if (node->nodeType == SCRIPT) {
+      walk.childrenIn(node->other.script.fields);
+    } else {
+      walk.children(node->other.generic.implementation);
+    }
+    walk.leave();
+  };
+  walkNodes(this, enter, [](VPNode* node, NodeWalkSteps&) {
+    if (node->nodeType == SCRIPT) {
+      if (node->other.script.program->opaque) node->simulateOpaqueScript();
+    } else if (node->other.baseProto->nodeType == EXTERNPROTO) {
+      node->simulateRouteSources();
+    }
+    popContext();
+  });
 }
 
 // The flags of each cell of one shadow, and with mergeValues its values, go
@@ -1521,44 +1535,53 @@ void VPNode::mergeShadows(int mergeValues) {
 }
 
 void VPNode::pruneScripts() {
-  if (!visit()) return;
-  auto prune = [](VPNode* node) { node->pruneScripts(); };
-  forEachNodeIn(fields, prune);
-  if (nodeType == PROTO) forEachNode(body, prune);
-  if (nodeType != SCRIPT) return;
+  auto enter = [](VPNode* node, NodeWalkSteps& walk) {
+    walk.childrenIn(node->fields);
+    if (node->nodeType == PROTO) walk.children(node->body);
+    if (node->nodeType == SCRIPT) walk.leave();
+  };
+  walkNodes(this, enter, [](VPNode* node, NodeWalkSteps& walk) {
+    node->pruneOwnScript();
+    walk.childrenIn(node->other.script.fields);
+  });
+}
+
+void VPNode::pruneOwnScript() {
   bool found = findUrlCell() != nullptr;
   if (!vrml97Option()) CHECK(found);
-  {
-    JSParser* program = other.script.program;
-    VPJSContext context(this, program, 1);
-    enterScript(program, [&]() { program->pruneScript(&context); });
-    CHECK(context.eventQueue == NULL);
-  }
-  forEachNodeIn(other.script.fields, prune);
+  JSParser* program = other.script.program;
+  VPJSContext context(this, program, 1);
+  enterScript(program, [&]() { program->pruneScript(&context); });
+  CHECK(context.eventQueue == NULL);
 }
 
 void VPNode::clearSimulation() {
-  if (!visit()) return;
-  for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) cell->flags &= ~kActivityMask;
-  auto clear = [](VPNode* node) { node->clearSimulation(); };
-  forEachNodeIn(fields, clear);
-  switch (nodeType) {
-  case PROTO:
-    forEachNode(body, clear);
-    return;
-  case OTHER:
-    forEachNode(other.generic.implementation, clear);
-    return;
-  case SCRIPT:
-    for (VPFieldList* cell = other.script.fields; cell != nullptr; cell = cell->next) {
+  auto enter = [](VPNode* node, NodeWalkSteps& walk) {
+    for (VPFieldList* cell = node->fields; cell != nullptr; cell = cell->next) {
       cell->flags &= ~kActivityMask;
     }
-    releaseEventRecords();
-    forEachNodeIn(other.script.fields, clear);
-    return;
-  default:
-    return;
-  }
+    walk.childrenIn(node->fields);
+    switch (node->nodeType) {
+    case PROTO:
+      walk.children(node->body);
+      return;
+    case OTHER:
+      walk.children(node->other.generic.implementation);
+      return;
+    case SCRIPT:
+      walk.leave();
+      return;
+    default:
+      return;
+    }
+  };
+  walkNodes(this, enter, [](VPNode* node, NodeWalkSteps& walk) {
+    for (VPFieldList* cell = node->other.script.fields; cell != nullptr; cell = cell->next) {
+      cell->flags &= ~kActivityMask;
+    }
+    node->releaseEventRecords();
+    walk.childrenIn(node->other.script.fields);
+  });
 }
 
 namespace {
@@ -1575,11 +1598,18 @@ bool holdsActiveNodes(const VPFieldList* cell) {
 }  // namespace
 
 void VPNode::nukeDeadScriptFields() {
-  if (!visit()) return;
-  auto nuke = [](VPNode* node) { node->nukeDeadScriptFields(); };
-  forEachNodeIn(fields, nuke);
-  if (nodeType == PROTO) forEachNode(body, nuke);
-  if (nodeType != SCRIPT || other.script.program->opaque) return;
+  auto enter = [](VPNode* node, NodeWalkSteps& walk) {
+    walk.childrenIn(node->fields);
+    if (node->nodeType == PROTO) walk.children(node->body);
+    if (node->nodeType == SCRIPT && !node->other.script.program->opaque) walk.leave();
+  };
+  walkNodes(this, enter, [](VPNode* node, NodeWalkSteps& walk) {
+    node->nukeOwnDeadFields();
+    walk.childrenIn(node->other.script.fields);
+  });
+}
+
+void VPNode::nukeOwnDeadFields() {
   VPFieldList* cell = other.script.fields;
   while (cell != nullptr) {
     VPFieldList* next = cell->next;
@@ -1590,5 +1620,4 @@ void VPNode::nukeDeadScriptFields() {
     }
     cell = next;
   }
-  forEachNodeIn(other.script.fields, nuke);
 }

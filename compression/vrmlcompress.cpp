@@ -667,22 +667,23 @@ void VPFile::pruneSwitches() {
 }
 
 void VPNode::pruneSwitchChoices() {
-  if (!visit()) return;
-  auto prune = [](VPNode* node) { node->pruneSwitchChoices(); };
-  forEachNodeIn(fields, prune);
-  switch (nodeType) {
-  case SCRIPT:
-    forEachNodeIn(other.script.fields, prune);
-    return;
-  case PROTO:
-    forEachNode(body, prune);
-    return;
-  case OTHER:
-    if (strcmp(other.baseProto->name, "Switch") == 0) cutSwitchChoices();
-    return;
-  default:
-    return;
-  }
+  auto enter = [](VPNode* node, NodeWalkSteps& walk) {
+    walk.childrenIn(node->fields);
+    switch (node->nodeType) {
+    case SCRIPT:
+      walk.childrenIn(node->other.script.fields);
+      return;
+    case PROTO:
+      walk.children(node->body);
+      return;
+    case OTHER:
+      if (strcmp(node->other.baseProto->name, "Switch") == 0) walk.leave();
+      return;
+    default:
+      return;
+    }
+  };
+  walkNodes(this, enter, [](VPNode* node, NodeWalkSteps&) { node->cutSwitchChoices(); });
 }
 
 // Children whose index whichChoice can never hold become holes, so that every
@@ -752,19 +753,19 @@ void VPFile::dropDefNames() {
 }
 
 void VPNode::dropDefName() {
-  if (!visit()) return;
-  // --vrml97: an Anchor's url "#name" names a Viewpoint by its DEF.
-  bool namedByAnchors = vrml97Option() && nodeType == OTHER &&
-                        strcmp(other.baseProto->name, "Viewpoint") == 0;
-  if ((nodeType == OTHER || nodeType == SCRIPT) && other.refCount == 1 &&
-      other.routesIn == nullptr && other.routesOut == nullptr && !isReachedByOpaqueScript(this) &&
-      !namedByAnchors) {
-    name = nullptr;
-  }
-  auto drop = [](VPNode* node) { node->dropDefName(); };
-  forEachNodeIn(fields, drop);
-  if (nodeType == PROTO) forEachNode(body, drop);
-  if (nodeType == SCRIPT) forEachNodeIn(other.script.fields, drop);
+  walkNodes(this, [](VPNode* node, NodeWalkSteps& walk) {
+    // --vrml97: an Anchor's url "#name" names a Viewpoint by its DEF.
+    bool namedByAnchors = vrml97Option() && node->nodeType == OTHER &&
+                          strcmp(node->other.baseProto->name, "Viewpoint") == 0;
+    if ((node->nodeType == OTHER || node->nodeType == SCRIPT) && node->other.refCount == 1 &&
+        node->other.routesIn == nullptr && node->other.routesOut == nullptr &&
+        !isReachedByOpaqueScript(node) && !namedByAnchors) {
+      node->name = nullptr;
+    }
+    walk.childrenIn(node->fields);
+    if (node->nodeType == PROTO) walk.children(node->body);
+    if (node->nodeType == SCRIPT) walk.childrenIn(node->other.script.fields);
+  });
 }
 
 /* ---------------------------------------------------------------------------

@@ -2284,13 +2284,12 @@ void VPNode::writeField(VPFieldList* cell, FILE* stream, int withValues, int isI
   }
 }
 
-// The routes of a subtree, grouped by source node, depth first; the routes of
-// one source in input order.
-void VPNode::writeRoutes(FILE* stream) {
-  if (!visit()) return;
-  if (nodeType == PROTO || nodeType == EXTERNPROTO) return;
+namespace {
+
+// The routes that leave one node, in input order.
+void writeRoutesFrom(const VPNode* node, FILE* stream) {
   std::vector<const VPRoute*> routes;
-  for (const VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
+  for (const VPRouteList* cell = node->other.routesOut; cell != nullptr; cell = cell->next) {
     routes.push_back(cell->route);
   }
   for (auto route = routes.rbegin(); route != routes.rend(); ++route) {
@@ -2300,7 +2299,17 @@ void VPNode::writeRoutes(FILE* stream) {
     writeWords(stream, {"ROUTE", source.c_str(), "TO", dest.c_str()});
     writeGap(stream, '\n');
   }
-  auto writeChildRoutes = [stream](VPNode* child) { child->writeRoutes(stream); };
-  forEachNodeIn(fields, writeChildRoutes);
-  if (nodeType == SCRIPT) forEachNodeIn(other.script.fields, writeChildRoutes);
+}
+
+}  // namespace
+
+// The routes of a subtree, grouped by source node, depth first; the routes of
+// one source in input order.
+void VPNode::writeRoutes(FILE* stream) {
+  walkNodes(this, [stream](VPNode* node, NodeWalkSteps& walk) {
+    if (node->nodeType == PROTO || node->nodeType == EXTERNPROTO) return;
+    writeRoutesFrom(node, stream);
+    walk.childrenIn(node->fields);
+    if (node->nodeType == SCRIPT) walk.childrenIn(node->other.script.fields);
+  });
 }

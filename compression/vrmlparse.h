@@ -243,14 +243,17 @@ struct VPNode {
   /// body fields IS the same exposedField of the interface.
   void shareThroughInterface(VPFuzzyValue* eventData);
 
-  // The passes of the cascade (vrmlcascade.cpp).
+  // The passes of the cascade (vrmlcascade.cpp), and what each does at a Script.
   void initializeNode();
+  void runInitialize();
   void simulateNodeEvents();
   void simulateAnyUse();
   void mergeShadows(int mergeValues);
   void pruneScripts();
+  void pruneOwnScript();
   void clearSimulation();
   void nukeDeadScriptFields();
+  void nukeOwnDeadFields();
 
   // Removal (vrmlcompress.cpp).
   int removeField(VPField* field, VPField* protoField);
@@ -327,6 +330,55 @@ void forEachNode(const VPNodeList* list, Visit visit) {
   for (const VPNodeList* cell = list; cell != nullptr; cell = cell->next) {
     if (cell->node != nullptr) withStackRoom([&]() { visit(cell->node); });
   }
+}
+
+/// What the entry of a node (or its leaving) names next, in order: nodes,
+/// each walked to its end before the next, and the point where it is left.
+struct NodeWalkSteps {
+  struct Step {
+    VPNode* node;
+    bool leaving;  ///< the step that leaves `node`, not one that enters it
+  };
+  VPNode* current = nullptr;
+  std::vector<Step> steps;
+
+  void child(VPNode* node) { steps.push_back({node, false}); }
+  void childrenIn(const VPFieldList* cells) {
+    forEachNodeIn(cells, [this](VPNode* node) { child(node); });
+  }
+  void children(const VPNodeList* list) {
+    forEachNode(list, [this](VPNode* node) { child(node); });
+  }
+  void leave() { steps.push_back({current, true}); }
+};
+
+/// A walk in the order of a recursive one that marks each node as it enters
+/// it: `enter (node, walk)` does what a node does on entry and names what
+/// follows it; `leave (node, walk)` runs at the point that the entry named
+/// with `walk.leave ()`, and may name further nodes. The walk keeps its own
+/// stack, so depth costs no frames.
+template <class Enter, class Leave>
+void walkNodes(VPNode* root, Enter enter, Leave leave) {
+  std::vector<NodeWalkSteps::Step> pending = {{root, false}};
+  NodeWalkSteps walk;
+  while (!pending.empty()) {
+    NodeWalkSteps::Step step = pending.back();
+    pending.pop_back();
+    if (!step.leaving && !step.node->visit()) continue;
+    walk.current = step.node;
+    walk.steps.clear();
+    if (step.leaving) {
+      leave(step.node, walk);
+    } else {
+      enter(step.node, walk);
+    }
+    pending.insert(pending.end(), walk.steps.rbegin(), walk.steps.rend());
+  }
+}
+
+template <class Enter>
+void walkNodes(VPNode* root, Enter enter) {
+  walkNodes(root, enter, [](VPNode*, NodeWalkSteps&) {});
 }
 
 /// The one object of a run: the scene, the tokenizer's state and the tables of names.

@@ -73,4 +73,35 @@ TEST(VrmlParserChecks, AcceptedEdgesOfTheGrammar) {
   EXPECT_EQ(items, 6);
 }
 
+// A walk meets the nodes in the order of a recursive walk: a shared node at
+// its first place only, a leave step after the children named before it, and
+// what a leave step names after it. The marks hold until the traversal ends.
+TEST(NodeWalks, OrderOfARecursiveWalkAndMarksOfOneTraversal) {
+  VPFile* file = parseWorld(
+      "DEF A Group { children [ DEF B Group { children DEF D Shape { } }\n"
+      "  DEF C Group { children DEF E Shape { } } USE D ] }\n"
+      "DEF F Shape { }\n");
+  VPNode* root = file->findNamedNode("A");
+  std::string order;
+  auto walk = [&]() {
+    auto enter = [&order](VPNode* node, NodeWalkSteps& steps) {
+      order += std::string("+") + node->name;
+      steps.childrenIn(node->fields);
+      if (strcmp(node->other.baseProto->name, "Group") == 0) steps.leave();
+    };
+    walkNodes(root, enter, [&](VPNode* node, NodeWalkSteps& steps) {
+      order += std::string("-") + node->name;
+      if (node == root) steps.child(file->findNamedNode("F"));
+    });
+  };
+  walk();
+  EXPECT_EQ(order, "+A+B+D-B+C+E-C-A+F");
+  walk();
+  EXPECT_EQ(order, "+A+B+D-B+C+E-C-A+F");
+  file->clearVisited();
+  order.clear();
+  walk();
+  EXPECT_EQ(order, "+A+B+D-B+C+E-C-A+F");
+}
+
 }  // namespace
