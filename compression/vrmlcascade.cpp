@@ -1315,21 +1315,38 @@ void VPFile::runCascade() {
   overTopLevel(&VPNode::nukeDeadScriptFields);
 }
 
-void VPNode::initializeNode() {
-  auto enter = [](VPNode* node, NodeWalkSteps& walk) {
-    if (node->nodeType != SCRIPT && node->nodeType != OTHER) return;
-    pushContext("Initializing %s::%s", node->other.baseProto->name, nameOrNull(node->name));
+namespace {
+
+// The walk of the simulations: each instance and Script under its context
+// line, what it holds first (the nodes of its fields, then the copies inside
+// an instance or the nodes of a Script's interface), then `atNode`.
+template <class PushNodeContext, class AtNode>
+void walkSimulatedNodes(VPNode* root, PushNodeContext pushNodeContext, AtNode atNode) {
+  auto enter = [&pushNodeContext](VPNode* node, NodeWalkSteps& walk) {
+    if (node->nodeType != VPNode::SCRIPT && node->nodeType != VPNode::OTHER) return;
+    pushNodeContext(node);
     walk.childrenIn(node->fields);
-    if (node->nodeType == OTHER) {
+    if (node->nodeType == VPNode::OTHER) {
       walk.children(node->other.generic.implementation);
     } else {
       walk.childrenIn(node->other.script.fields);
     }
     walk.leave();
   };
-  walkNodes(this, enter, [](VPNode* node, NodeWalkSteps&) {
-    if (node->nodeType == SCRIPT) node->runInitialize();
+  walkNodes(root, enter, [&atNode](VPNode* node, NodeWalkSteps&) {
+    atNode(node);
     popContext();
+  });
+}
+
+}  // namespace
+
+void VPNode::initializeNode() {
+  auto pushNodeContext = [](VPNode* node) {
+    pushContext("Initializing %s::%s", node->other.baseProto->name, nameOrNull(node->name));
+  };
+  walkSimulatedNodes(this, pushNodeContext, [](VPNode* node) {
+    if (node->nodeType == SCRIPT) node->runInitialize();
   });
 }
 
@@ -1454,25 +1471,16 @@ void VPNode::simulateAnyUse() {
 }
 
 void VPNode::simulateNodeEvents() {
-  auto enter = [](VPNode* node, NodeWalkSteps& walk) {
-    if (node->nodeType != SCRIPT && node->nodeType != OTHER) return;
+  auto pushNodeContext = [](VPNode* node) {
     pushContext("Simulating events from %s::%s", node->other.baseProto->name,
                 nameOrNull(node->name));
-    walk.childrenIn(node->fields);
-    if (node->nodeType == SCRIPT) {
-      walk.childrenIn(node->other.script.fields);
-    } else {
-      walk.children(node->other.generic.implementation);
-    }
-    walk.leave();
   };
-  walkNodes(this, enter, [](VPNode* node, NodeWalkSteps&) {
+  walkSimulatedNodes(this, pushNodeContext, [](VPNode* node) {
     if (node->nodeType == SCRIPT) {
       if (node->other.script.program->opaque) node->simulateOpaqueScript();
     } else if (node->other.baseProto->nodeType == EXTERNPROTO) {
       node->simulateRouteSources();
     }
-    popContext();
   });
 }
 
