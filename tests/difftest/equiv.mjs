@@ -17,7 +17,7 @@ import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { dirname, extname, join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
-import { launch, newTab, withinTime } from '../../web/test/browser.mjs';
+import { closeBrowser, launch, newTab, withinTime } from '../../web/test/browser.mjs';
 import { compareStates } from './compare.mjs';
 
 const here = dirname(fileURLToPath(import.meta.url));
@@ -177,36 +177,48 @@ async function guardedComparison(tabs, fileIn, fileOut) {
   return lines;
 }
 
-async function withBrowser(work) {
+// A lane of comparisons: a Chromium of its own and two tabs. A browser that
+// does not give its tabs is killed and launched once more.
+async function newLane(scratch) {
+  for (let attempt = 1; ; attempt++) {
+    const browser = await launch(scratch);
+    try {
+      return { browser, tabs: [await openTab(browser), await openTab(browser)] };
+    } catch (error) {
+      await closeBrowser(browser);
+      if (attempt === 2) throw error;
+    }
+  }
+}
+
+async function withScratch(work) {
   const scratch = mkdtempSync(join(tmpdir(), 'difftest-'));
-  const browser = await launch(scratch);
   try {
-    return await work(browser);
+    return await work(scratch);
   } finally {
-    await browser.close();
     rmSync(scratch, { recursive: true, force: true });
   }
 }
 
-async function newLane(browser) {
-  return [await openTab(browser), await openTab(browser)];
-}
-
 async function runList(listFile) {
   const pairs = readFileSync(listFile, 'utf8').split('\n').filter(Boolean).map((line) => line.split(' '));
-  await withBrowser(async (browser) => {
+  await withScratch(async (scratch) => {
     let next = 0;
     const lane = async () => {
-      let tabs = await newLane(browser);
-      while (next < pairs.length) {
-        const [fileIn, fileOut, report] = pairs[next++];
-        const lines = await guardedComparison(tabs, fileIn, fileOut);
-        writeFileSync(report, `${lines.join('\n')}\n`);
-        // A tab whose world broke the runner starts over.
-        if (lines.at(-1).includes('the runner failed')) {
-          await Promise.all(tabs.map((tab) => withinTime(tab.page.close(), 10000, 'closing').catch(() => {})));
-          tabs = await newLane(browser);
+      let current = await newLane(scratch);
+      try {
+        while (next < pairs.length) {
+          const [fileIn, fileOut, report] = pairs[next++];
+          const lines = await guardedComparison(current.tabs, fileIn, fileOut);
+          writeFileSync(report, `${lines.join('\n')}\n`);
+          // A world that broke the runner leaves the lane a new browser.
+          if (lines.at(-1).includes('the runner failed')) {
+            await closeBrowser(current.browser);
+            current = await newLane(scratch);
+          }
         }
+      } finally {
+        await closeBrowser(current.browser);
       }
     };
     await Promise.all([lane(), lane()]);
@@ -214,8 +226,14 @@ async function runList(listFile) {
 }
 
 async function runPair(fileIn, fileOut) {
-  const lines = await withBrowser(async (browser) =>
-    guardedComparison(await newLane(browser), fileIn, fileOut));
+  const lines = await withScratch(async (scratch) => {
+    const { browser, tabs } = await newLane(scratch);
+    try {
+      return await guardedComparison(tabs, fileIn, fileOut);
+    } finally {
+      await closeBrowser(browser);
+    }
+  });
   console.log(lines.join('\n'));
   const verdict = lines.at(-1);
   return verdict.startsWith('SAME') ? 0 : verdict.startsWith('IN IS FAULTY') ? 2 : 1;

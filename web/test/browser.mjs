@@ -31,18 +31,20 @@ export function withinTime(promise, milliseconds, what) {
   return Promise.race([promise, late]).finally(() => clearTimeout(timer));
 }
 
-const kTabAttempts = 3;
 const kTabMilliseconds = 60000;
 
-/// A new tab. On a loaded machine Chromium may not answer the first request
-/// for one: each attempt has a minute, and the third failure is the error.
-export async function newTab(browser) {
-  for (let attempt = 1; ; attempt++) {
-    try {
-      return await withinTime(browser.newPage(), kTabMilliseconds, 'opening a tab');
-    } catch (error) {
-      if (attempt === kTabAttempts) throw error;
-    }
+/// A new tab, or a failure after a minute: a Chromium that does not answer
+/// the request for a tab does not answer a second one either.
+export function newTab(browser) {
+  return withinTime(browser.newPage(), kTabMilliseconds, 'opening a tab');
+}
+
+/// Closes the browser, or kills it if it does not close within 10 s.
+export async function closeBrowser(browser) {
+  try {
+    await withinTime(browser.close(), 10000, 'closing the browser');
+  } catch {
+    browser.process()?.kill('SIGKILL');
   }
 }
 
