@@ -157,7 +157,7 @@ const Shape kShapes[] = {
     {"nested instances", writeNestedInstances, 12500, "--vrml97"},
     {"nested Transforms", writeNestedTransforms, 12500, nullptr},
     {"nested Scripts", writeNestedScripts, 12500, "--vrml97"},
-    {"PROTO chain", writeProtoChain, 100, nullptr},
+    {"PROTO chain", writeProtoChain, 16000, nullptr},
     {"PROTO chain", writeProtoChain, 16000, "--vrml97"},
     {"DEF names", writeDefNames, 55000, nullptr},
 };

@@ -8,10 +8,12 @@
 #define WORLDPARE_RUNCONTEXT_H
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 #include "runheap.h"
 
@@ -24,6 +26,7 @@ struct VPFieldList;
 struct VPFuzzyValue;
 struct VPNode;
 struct VPSending;
+struct VPShadow;
 
 /// A field of a node, read with or without shadows mapped to body nodes.
 struct LinkedValueKey {
@@ -101,6 +104,31 @@ struct ShadowKeyHash {
   }
 };
 
+/// The expansion of a copy of an instance, made for an instance in a PROTO
+/// declaration, put off until the scan has made all other copies.
+struct DeferredExpansion {
+  VPNode* root;
+  /// Where it was put off: the copies made before it, by the scan or by the
+  /// expansion that made the root.
+  uint64_t position;
+  std::vector<VPShadow*> copies;  ///< made by this expansion, in order
+  std::vector<DeferredExpansion*> nested;  ///< put off by this expansion, in order
+};
+
+/// Copies made for the instances in PROTO declarations. Nothing runs them;
+/// they only add their values to the records of the body nodes. Copies made
+/// for two instances of one PROTO with the same values add the same values, so
+/// after the scan one of them is expanded: the newest, so that the values
+/// come first where its copies stand (see VPShadow::madeAt).
+struct DeclarationCopies {
+  bool deferring = false;  ///< the scene's events cannot reach a PROTO body
+  uint64_t copiesMade = 0;  ///< by the scan
+  DeferredExpansion* expanding = nullptr;  ///< the late expansion under way
+  std::deque<DeferredExpansion> expansions;
+  std::vector<DeferredExpansion*> deferredByScan;  ///< in the order put off
+  std::vector<VPNode*> lateShadowed;  ///< body nodes that a late expansion copied
+};
+
 /// Where the VRML writer stands between two pieces of text.
 struct WriterSpacing {
   char last = '\n';       ///< the last byte written
@@ -119,6 +147,7 @@ struct RunContext {
   /// The copy of each body node made for each instance, as its shadow list
   /// holds it: found at once, however many instances a PROTO has.
   std::unordered_map<ShadowKey, VPNode*, ShadowKeyHash> shadowCopies;
+  DeclarationCopies declarationCopies;
   /// The indexes of long field lists, by their first cell; each cell taken
   /// out of a field list counts here and makes every index be made again.
   std::unordered_map<const VPFieldList*, FieldListIndex> fieldIndexes;

@@ -124,14 +124,6 @@ VPValue* reversedCells(VPValue* cells) {
   return reversed;
 }
 
-VPNode* mappedNode(VPNode* node, int mapShadows) {
-  if (mapShadows && (node->nodeType == VPNode::OTHER || node->nodeType == VPNode::SCRIPT) &&
-      node->other.shadowedNode != nullptr) {
-    return node->other.shadowedNode;
-  }
-  return node;
-}
-
 // --vrml97: an EXTERNPROTO of the input does what it likes with its
 // exposedFields, at any time; only the standard nodes are known.
 bool isOpaqueField(const VPNode* node, const VPField* field) {
@@ -165,6 +157,14 @@ void markActivity(VPNode* node, VPFieldList* cell, int flags) {
 }
 
 }  // namespace
+
+VPNode* mappedNode(VPNode* node, int mapShadows) {
+  if (mapShadows && (node->nodeType == VPNode::OTHER || node->nodeType == VPNode::SCRIPT) &&
+      node->other.shadowedNode != nullptr) {
+    return node->other.shadowedNode;
+  }
+  return node;
+}
 
 /* ---------------------------------------------------------------------------
  * Fuzzy values
@@ -463,6 +463,10 @@ bool VPNode::mergeLinks(VPFuzzyValue* result, VPField* field, int mapShadows) {
 
 void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
+  if (VPNode* representative = other.generic.representative) {
+    representative->getFuzzyValue(result, field, mapShadows);
+    return;
+  }
   // --vrml97: a body node stands for its copies in all instances, whose records
   // hold what scripts and routes did to fields that the body does not list.
   if (vrml97Option() && other.shadowNodes != nullptr) {

@@ -35,6 +35,10 @@ struct VPFuzzyValue {
   void becomeUnknown();
 };
 
+/// The node that a node value stands for: with mapShadows a copy inside an
+/// instance stands for its body node, which the output holds.
+VPNode* mappedNode(VPNode* node, int mapShadows);
+
 /// Sets the counters of progress (CascadeState, in the run's record) as at
 /// the start of a run, and forgets what the cascade knew of the scene.
 void resetCascade();

@@ -87,9 +87,13 @@ VPFieldList* VPNode::findUrlCell() {
 }
 
 void VPFile::scanNodes() {
+  DeclarationCopies& copies = currentRun->declarationCopies;
+  copies = DeclarationCopies();
+  copies.deferring = !bodyNamesOuterNode;
   for (VPNodeList* cell = topLevel; cell != nullptr; cell = cell->next) {
     if (cell->node != nullptr) cell->node->scanNode();
   }
+  expandDeferredCopies();
   if (vrml97Option()) addStandIns();
   clearVisited();
 }
@@ -163,7 +167,9 @@ void VPNode::scanNode(bool inDeclaration) {
     // the body that instances and stand-ins make, each expanded as it is
     // copied; a copy of its own would add the values of an instance that never
     // runs, and a chain of PROTOs would copy each body once per level.
-    if (!(vrml97Option() && inDeclaration)) expandInstance();
+    if (vrml97Option() && inDeclaration) return;
+    other.generic.inDeclaration = inDeclaration;
+    expandInstance();
     return;
   case PROTO:
     pushContext("Scanning PROTO %s", name);
@@ -308,8 +314,15 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
     }
   }
   VPShadow* shadow = newRecord<VPShadow>();
-  *shadow = {originalNode->other.shadowNodes, this, newNode};
+  *shadow = {originalNode->other.shadowNodes, this, newNode, 0, 0};
   originalNode->other.shadowNodes = shadow;
+  DeclarationCopies& copies = currentRun->declarationCopies;
+  if (copies.expanding == nullptr) {
+    shadow->madeAt = 2 * copies.copiesMade++ + 1;
+  } else {
+    copies.expanding->copies.push_back(shadow);
+    copies.lateShadowed.push_back(originalNode);
+  }
   currentRun->shadowCopies[{originalNode, this}] = newNode;
   newNode->other.shadowedNode = originalNode;
   newNode->other.shadowRoot = this;
@@ -326,8 +339,26 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
     return newNode;
   }
   CHECK(newNode->nodeType == OTHER);
-  newNode->expandInstance();
+  newNode->other.generic.inDeclaration = other.generic.inDeclaration;
+  if (copies.deferring && other.generic.inDeclaration && newNode->isProtoInstance()) {
+    newNode->deferExpansion();
+  } else {
+    newNode->expandInstance();
+  }
   return newNode;
+}
+
+void VPNode::deferExpansion() {
+  DeclarationCopies& copies = currentRun->declarationCopies;
+  DeferredExpansion& expansion = copies.expansions.emplace_back();
+  expansion.root = this;
+  if (copies.expanding == nullptr) {
+    expansion.position = copies.copiesMade;
+    copies.deferredByScan.push_back(&expansion);
+  } else {
+    expansion.position = copies.expanding->copies.size();
+    copies.expanding->nested.push_back(&expansion);
+  }
 }
 
 // Node values are copied, other values shared; an IS to a value takes this
@@ -365,6 +396,142 @@ VPFieldList* VPNode::copyFieldList(VPNode* newNode, VPFieldList* cells) {
     last = &copy->next;
   }
   return head;
+}
+
+namespace {
+
+bool holdsSingleFloats(int type) {
+  return type == VPField::SFFloat || type == VPField::SFTime || type == VPField::MFFloat ||
+         type == VPField::MFTime;
+}
+
+bool holdsStrings(int type) { return type == VPField::SFString || type == VPField::MFString; }
+
+// What a value adds to a record, as a key: the bits of floats (0 and -0 are
+// equal to a record, which keeps the first of them it meets), the bytes of
+// strings, and for a node the body node it stands for, as records are read.
+std::string elementKey(int type, const VPValue* cell) {
+  if (VPField::SFNode == type || VPField::MFNode == type) {
+    const VPNode* node = cell->node != nullptr ? mappedNode(cell->node, 1) : nullptr;
+    return std::string(reinterpret_cast<const char*>(&node), sizeof node);
+  }
+  if (int length = tupleLength(type)) {
+    return std::string(reinterpret_cast<const char*>(cell->floats), length * sizeof(float));
+  }
+  if (holdsSingleFloats(type)) {
+    return std::string(reinterpret_cast<const char*>(&cell->floatValue), sizeof(float));
+  }
+  if (holdsStrings(type)) return std::string(cell->string) + '\0';
+  if (type == VPField::SFImage) {
+    const VPImage* image = cell->image;
+    std::string key(reinterpret_cast<const char*>(image), 3 * sizeof(int32_t));
+    int64_t pixels = std::max<int64_t>(int64_t(image->width) * image->height, 0);
+    return key.append(reinterpret_cast<const char*>(image->pixels), pixels * sizeof(int32_t));
+  }
+  return std::string(reinterpret_cast<const char*>(&cell->intValue), sizeof(int32_t));
+}
+
+// Keys of instances: an instance's PROTO and the value that each field of the
+// interface with a value has in it. Two copies of instances with equal keys
+// make copies of the body that add the same values to the same records, and
+// read alike. A value list is keyed by its content once, where lists are
+// shared by instances from one to the next.
+class ExpansionKeys {
+ public:
+  std::string of(VPNode* root) {
+    VPNode* proto = root->other.baseProto;
+    std::string key(reinterpret_cast<const char*>(&proto), sizeof proto);
+    for (VPFieldList* cell = proto->fields; cell != nullptr; cell = cell->next) {
+      if (!cell->field->hasValue()) continue;
+      size_t id = listId(cell->field->theType, root->findEffectiveField(cell->field)->value);
+      key.append(reinterpret_cast<const char*>(&id), sizeof id);
+    }
+    return key;
+  }
+
+ private:
+  size_t listId(int type, const VPValue* list) {
+    auto known = idOfList.find(list);
+    if (known != idOfList.end()) return known->second;
+    std::string content;
+    for (const VPValue* value = list; value != nullptr; value = value->next) {
+      content += elementKey(type, value);
+    }
+    size_t id = idOfContent.emplace(content, idOfContent.size()).first->second;
+    idOfList.emplace(list, id);
+    return id;
+  }
+
+  std::unordered_map<const VPValue*, size_t> idOfList;
+  std::unordered_map<std::string, size_t> idOfContent;
+};
+
+// The copies of a late expansion, and those of the expansions that it put off,
+// take their places: an expansion put off comes before the copy that was made
+// next where it was put off.
+void rankLateCopies(DeferredExpansion* expansion, uint64_t madeAt, uint64_t* rank) {
+  auto nested = expansion->nested.begin();
+  for (size_t made = 0;; made++) {
+    for (; nested != expansion->nested.end() && (*nested)->position == made; ++nested) {
+      withStackRoom([&]() { rankLateCopies(*nested, madeAt, rank); });
+    }
+    if (made == expansion->copies.size()) return;
+    expansion->copies[made]->madeAt = madeAt;
+    expansion->copies[made]->madeWithin = (*rank)++;
+  }
+}
+
+bool madeLater(const VPShadow* a, const VPShadow* b) {
+  return a->madeAt != b->madeAt ? a->madeAt > b->madeAt : a->madeWithin > b->madeWithin;
+}
+
+void sortShadowsNewestFirst(VPNode* original) {
+  std::vector<VPShadow*> shadows;
+  for (VPShadow* shadow = original->other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
+    shadows.push_back(shadow);
+  }
+  std::sort(shadows.begin(), shadows.end(), madeLater);
+  VPShadow** last = &original->other.shadowNodes;
+  for (VPShadow* shadow : shadows) {
+    *last = shadow;
+    last = &shadow->next;
+  }
+  *last = nullptr;
+}
+
+}  // namespace
+
+// The expansions put off by the scan, newest first, and within each the ones
+// that it puts off, newest first: the first of each key met is the newest and
+// is expanded, the others take it as their representative. Then the late
+// copies take their places in the lists of shadows.
+void VPFile::expandDeferredCopies() {
+  DeclarationCopies& copies = currentRun->declarationCopies;
+  ExpansionKeys keys;
+  std::unordered_map<std::string, VPNode*> expanded;
+  std::vector<DeferredExpansion*> work = copies.deferredByScan;
+  while (!work.empty()) {
+    DeferredExpansion* expansion = work.back();
+    work.pop_back();
+    VPNode* root = expansion->root;
+    auto entry = expanded.emplace(keys.of(root), root);
+    if (!entry.second) {
+      root->other.generic.representative = entry.first->second;
+      continue;
+    }
+    copies.expanding = expansion;
+    root->expandInstance();
+    copies.expanding = nullptr;
+    work.insert(work.end(), expansion->nested.begin(), expansion->nested.end());
+  }
+  for (DeferredExpansion* expansion : copies.deferredByScan) {
+    uint64_t rank = 0;
+    rankLateCopies(expansion, 2 * expansion->position, &rank);
+  }
+  std::vector<VPNode*>& originals = copies.lateShadowed;
+  std::sort(originals.begin(), originals.end());
+  originals.erase(std::unique(originals.begin(), originals.end()), originals.end());
+  for (VPNode* original : originals) sortShadowsNewestFirst(original);
 }
 
 namespace {

@@ -674,7 +674,9 @@ VPNode* VPFile::findNamedNode(const char* name) {
     if (entry != nullptr) return static_cast<VPNode*>(entry->data);
   }
   StringTable::Entry* entry = namedNodes->findString(name);
-  return entry != nullptr ? static_cast<VPNode*>(entry->data) : nullptr;
+  if (entry == nullptr) return nullptr;
+  if (currentProto != nullptr) bodyNamesOuterNode = true;
+  return static_cast<VPNode*>(entry->data);
 }
 
 namespace {

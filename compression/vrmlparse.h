@@ -128,6 +128,13 @@ struct VPShadow {
   VPShadow* next;
   VPNode* root;    ///< the PROTO instance through which the body node was copied
   VPNode* shadow;  ///< the copy
+  /// Where the copy stands in the order in which the scan makes copies, the
+  /// expansions put off until after it counted where they were put off: a
+  /// copy made by the scan at count c is (2c + 1, 0), one made afterwards for
+  /// an expansion put off at count c is (2c, its rank among those). Lists of
+  /// shadows are kept newest first by this order.
+  uint64_t madeAt;
+  uint64_t madeWithin;
 };
 
 struct VPIsLink {
@@ -182,6 +189,13 @@ struct VPNode {
     struct {
       VPNodeList* implementation;
       VPIsLink* isLinks;
+      /// An instance in a PROTO declaration, or a copy made for one: it never
+      /// runs, and the copies of its body exist only for what they tell the
+      /// body nodes.
+      bool inDeclaration;
+      /// Such a copy whose body was not copied: the expanded copy of an
+      /// instance of the same PROTO with the same values, which stands for it.
+      VPNode* representative;
     } generic;
   } other;
 
@@ -223,6 +237,8 @@ struct VPNode {
   /// On a body node: its copy under the given root, or NULL.
   VPNode* findShadow(const VPNode* root);
 
+  /// Puts off the expansion of a copy made for an instance in a declaration.
+  void deferExpansion();
   /// Makes the route and puts it at the head of both ends' lists.
   static VPRoute* addRoute(VPNode* source, VPField* sourceField, VPNode* dest,
                            VPField* destField);
@@ -406,6 +422,9 @@ struct VPFile {
   StringTable* currentProtoNamedNodes = nullptr;
   StringTable* protos;             ///< every PROTO and EXTERNPROTO by type name
   StringTable* namedNodes;         ///< DEF names outside PROTO bodies
+  /// A PROTO body names a node of the scene outside it (USE, ROUTE), through
+  /// which the scene's events may reach the body.
+  bool bodyNamesOuterNode = false;
   VPNodeList* allProtos = nullptr; ///< the input's PROTOs, newest first
   /// --vrml97: an unwritten instance of each PROTO that the file never instantiates,
   /// simulated as another world could use it (vrmlcompress.cpp, vrmlcascade.cpp).
@@ -473,6 +492,7 @@ struct VPFile {
 
   // Passes, in the order of the pipeline (vrmlcompress.cpp, vrmlcascade.cpp).
   void scanNodes();
+  void expandDeferredCopies();
   void addStandIns();
   void hoistProtoDefaults();
   void runCascade();
