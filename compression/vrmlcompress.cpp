@@ -425,7 +425,8 @@ std::string elementKey(int type, const VPValue* cell) {
   if (type == VPField::SFImage) {
     const VPImage* image = cell->image;
     std::string key(reinterpret_cast<const char*>(image), 3 * sizeof(int32_t));
-    int64_t pixels = std::max<int64_t>(int64_t(image->width) * image->height, 0);
+    int64_t pixels = int64_t(image->width) * image->height;
+    if (pixels <= 0) return key;
     return key.append(reinterpret_cast<const char*>(image->pixels), pixels * sizeof(int32_t));
   }
   return std::string(reinterpret_cast<const char*>(&cell->intValue), sizeof(int32_t));
