@@ -13,7 +13,7 @@
 // macro, so that the check quotes the character itself.
 #define READ_PUNCTUATION(ch) (nextToken(), CHECK(*token == ch))
 
-JSParser::JSParser() : functionTable(new StringTable(211, nullptr)) {}
+JSParser::JSParser() : functionTable(new StringTable(kFirstBucketCount, nullptr)) {}
 
 /* ---------------------------------------------------------------------------
  * Tokenizer: tokens are cut in place by a NUL behind them

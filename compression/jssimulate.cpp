@@ -432,7 +432,7 @@ JSAtom* JSParser::simulateFunction(JSFunction* fn, JSAtomList* args) {
   varGarbageList = nullptr;
   changeCount = 0;
   fn->stack = new JSStackEntry{fn->stack, args};
-  variables = new StringTable(211, nullptr);
+  variables = new StringTable(kFirstBucketCount, nullptr);
   bindParameters(fn, args);
   int stop = 0;
   JSAtom* result = simulateStatements(fn->body, &stop);
@@ -698,7 +698,7 @@ bool JSParser::isLocalName(const char* name) {
   JSFunction* fn = runningFunction;
   if (fn == nullptr || strcmp(fn->name, kLoadFunctionName) == 0) return false;
   if (fn->locals == nullptr) {
-    fn->locals = new StringTable(211, nullptr);
+    fn->locals = new StringTable(kFirstBucketCount, nullptr);
     for (JSParam* param = fn->params; param != nullptr; param = param->next) {
       fn->locals->addString(param->name, nullptr);
     }
@@ -1047,7 +1047,7 @@ void JSParser::pruneScript(JSContext* context) {
       continue;
     }
     CHECK(variables == NULL);
-    variables = new StringTable(211, nullptr);
+    variables = new StringTable(kFirstBucketCount, nullptr);
     CHECK(varGarbageList == NULL);
     prunedFunction = fn;
     runningFunction = fn;

@@ -10,6 +10,11 @@
 
 #include "runheap.h"
 
+/// The buckets of a new table. Most tables hold a few names (the DEF names
+/// of one PROTO body, the variables of one call), and a table grows as it
+/// fills, so each starts small.
+constexpr int32_t kFirstBucketCount = 7;
+
 class StringTable {
  public:
   /// One key and its datum; the chain of a bucket is newest first.

@@ -1356,8 +1356,8 @@ std::string_view builtinDeclaration(const char* name) {
 }  // namespace
 
 VPFile::VPFile() {
-  protos = new StringTable(211, nullptr);
-  namedNodes = new StringTable(211, nullptr);
+  protos = new StringTable(kFirstBucketCount, nullptr);
+  namedNodes = new StringTable(kFirstBucketCount, nullptr);
 }
 
 // The standard nodes are declared when the world first names one: a world
@@ -2011,8 +2011,8 @@ VPNodeList* VPFile::parseProto() {
   VPNode* outerProto = currentProto;
   StringTable* outerNamedNodes = currentProtoNamedNodes;
   currentProto = proto;
-  currentProtoNamedNodes = new StringTable(211, nullptr);
-  localProtos.push_back(new StringTable(211, nullptr));
+  currentProtoNamedNodes = new StringTable(kFirstBucketCount, nullptr);
+  localProtos.push_back(new StringTable(kFirstBucketCount, nullptr));
   hiddenNodes.emplace_back();
   parseItems(this, &proto->body);
   renameHiddenNodes(currentProtoNamedNodes);
