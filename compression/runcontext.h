@@ -118,8 +118,9 @@ struct DeferredExpansion {
 /// Copies made for the instances in PROTO declarations. Nothing runs them;
 /// they only add their values to the records of the body nodes. Copies made
 /// for two instances of one PROTO with the same values add the same values, so
-/// after the scan one of them is expanded: the newest, so that the values
-/// come first where its copies stand (see VPShadow::madeAt).
+/// after the scan only the newest of them is expanded: its copies stand before
+/// the others' in the lists of shadows, and the records take the same values
+/// in the same order (see VPShadow::madeAt).
 struct DeclarationCopies {
   bool deferring = false;  ///< the scene's events cannot reach a PROTO body
   uint64_t copiesMade = 0;  ///< by the scan
