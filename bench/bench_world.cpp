@@ -177,7 +177,7 @@ long generateShape(const std::string& path, const Shape& shape, int n) {
 
 // The least CPU time of a few runs: what other loads of the machine add is
 // never negative.
-constexpr int kRunsPerSize = 3;
+constexpr int kRunsPerSize = 5;
 
 void benchShapes(const char* tool, const std::string& directory) {
   printf("\nCPU seconds of each shape at n, 2n, 4n, 8n (the least of %d runs); ratio: the largest "

@@ -50,7 +50,7 @@ struct LinkedValueKeyHash {
 struct ScriptEvents {
   int changeCount = 0;  ///< the fuzzyChangeCount of every record in the list
   VPEventRecord** tail = nullptr;
-  std::unordered_set<std::string_view> unknownNames;  ///< names that live as long as the run
+  std::unordered_set<std::string> unknownNames;
 };
 
 /// What the cascade counts and keeps while it simulates.
