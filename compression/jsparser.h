@@ -19,6 +19,7 @@ struct JSVarList;
 struct JSVarObject;
 class JSContext;
 class JSObject;
+struct JSFinishedCalls;
 
 /// Token classes. From TokAssign on, the numbers are the precedence levels of
 /// the operators, lowest first: parser and rewriting compare them.
@@ -200,6 +201,7 @@ struct JSParser {
   /// --vrml97: the code makes routes or nodes while the world runs.
   int makesRoutes = 0;
   JSFunction* runningFunction = nullptr;  ///< of the innermost simulated call
+  JSFinishedCalls* finishedCalls = nullptr;  ///< made by the innermost simulated call
 
   JSParser();
   RUN_HEAP_OBJECT
@@ -301,6 +303,8 @@ struct JSParser {
   JSAtom* simulatePostfix(JSExpression* expr);
   JSAtom* simulateIndex(JSExpression* expr);
   JSAtom* simulateCallExpression(JSExpression* expr);
+  JSAtom* simulateOrRepeat(JSFunction* fn, JSAtomList* args);
+  long simulationVersion();
   JSAtom* simulateNew(JSExpression* expr);
   JSAtom* simulateMember(JSExpression* expr);
   JSAtom* simulateLogical(JSExpression* expr, int decidingTruth);

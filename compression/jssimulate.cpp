@@ -348,6 +348,7 @@ void JSParser::abandonEntry() {
   changeCount = 0;
   callDepth = 0;
   prunedFunction = nullptr;
+  finishedCalls = nullptr;
   functions = nullptr;
   functionsChanged = true;
   opaque = 1;
@@ -426,6 +427,9 @@ JSAtom* JSParser::simulateFunction(JSFunction* fn, JSAtomList* args) {
   callDepth++;
   JSFunction* savedFunction = runningFunction;
   runningFunction = fn;
+  JSFinishedCalls calls;
+  JSFinishedCalls* savedCalls = finishedCalls;
+  finishedCalls = &calls;
   StringTable* savedVariables = variables;
   JSVarList* savedVarGarbageList = varGarbageList;
   int savedChangeCount = changeCount;
@@ -444,6 +448,7 @@ JSAtom* JSParser::simulateFunction(JSFunction* fn, JSAtomList* args) {
   varGarbageList = savedVarGarbageList;
   changeCount = savedChangeCount;
   runningFunction = savedFunction;
+  finishedCalls = savedCalls;
   callDepth--;
   return result != nullptr ? result : newAtom(JSAtom::VOID);
 }
@@ -778,13 +783,72 @@ JSAtom* JSParser::simulateCallExpression(JSExpression* expr) {
           function->values->next == NULL);
     JSFunction* fn = function->values->function;
     pushContext("Calling function %s", fn->name);
-    result = simulateFunction(fn, args);
+    result = finishedCalls != nullptr ? simulateOrRepeat(fn, args) : simulateFunction(fn, args);
     popContext();
   } else {
     CHECK(function->type == JSAtom::UNKNOWN);
     result = newAtom(JSAtom::UNKNOWN);
   }
   releaseList(args);
+  return result;
+}
+
+namespace {
+
+// The same value to the bit, cells in the same order: a call given either
+// walks the same path.
+bool identicalAtoms(const JSAtom* a, const JSAtom* b) {
+  if (a == b) return true;
+  if (a->type != b->type || a->valueKnown != b->valueKnown) return false;
+  const JSAtomValue* x = a->values;
+  const JSAtomValue* y = b->values;
+  for (; x != nullptr && y != nullptr; x = x->next, y = y->next) {
+    bool same = a->type == JSAtom::FLOAT     ? memcmp(&x->number, &y->number, sizeof x->number) == 0
+                : a->type == JSAtom::BOOLEAN ? x->truth == y->truth
+                : a->type == JSAtom::OBJECT  ? x->object == y->object
+                                             : a->type == JSAtom::FUNCTION && x->function == y->function;
+    if (!same) return false;
+  }
+  return x == y;
+}
+
+bool identicalArguments(const std::vector<const JSAtom*>& kept, const JSAtomList* args) {
+  size_t i = 0;
+  for (; args != nullptr; args = args->next, i++) {
+    if (i == kept.size() || !identicalAtoms(kept[i], args->atom)) return false;
+  }
+  return i == kept.size();
+}
+
+}  // namespace
+
+// Whatever a script reads through the context, and the reports: while this
+// stands, a call walks as it walked before.
+long JSParser::simulationVersion() { return ourContext->worldVersion() + reportCount(); }
+
+// A call that repeats a finished one of the same running call sends the events
+// of that one again and gives its result, instead of being walked: calls at
+// many places of a recursive function would otherwise be walked once for each
+// path of calls that leads to them.
+JSAtom* JSParser::simulateOrRepeat(JSFunction* fn, JSAtomList* args) {
+  JSFinishedCalls* finished = finishedCalls;
+  long version = simulationVersion();
+  if (finished->version != version) {
+    finished->calls.clear();
+    finished->version = version;
+  }
+  for (const JSFinishedCall& call : finished->calls) {
+    if (call.fn != fn || !identicalArguments(call.args, args)) continue;
+    ourContext->resendEvents(call.eventsFrom, call.eventsTo);
+    return call.result;
+  }
+  const void* eventsFrom = ourContext->eventsMark();
+  JSAtom* result = simulateFunction(fn, args);
+  // Kept also when the call changed something: the next lookup finds another
+  // version and forgets it.
+  std::vector<const JSAtom*> kept;
+  for (; args != nullptr; args = args->next) kept.push_back(args->atom);
+  finished->calls.push_back({fn, std::move(kept), result, eventsFrom, ourContext->eventsMark()});
   return result;
 }
 

@@ -7,6 +7,7 @@
 #define WORLDPARE_JSSIMULATE_H
 
 #include <cstdint>
+#include <vector>
 
 #include "jsparser.h"
 
@@ -49,6 +50,12 @@ class JSContext {
   virtual JSAtom* lookupName(const char* name) = 0;
   /// The value of `new name(args)`; never NULL.
   virtual JSAtom* callFunction(const char* name, JSAtomList* args) = 0;
+  /// Moves whenever something that a script can read through the context changes.
+  virtual long worldVersion() = 0;
+  /// Where the events that the entry sent so far end.
+  virtual const void* eventsMark() = 0;
+  /// Sends once more, in their order, the events sent between two marks.
+  virtual void resendEvents(const void* from, const void* to) = 0;
 
  protected:
   ~JSContext() = default;
@@ -97,6 +104,25 @@ struct JSStackEntry {
   JSStackEntry* next;
   JSAtomList* args;
   RUN_HEAP_OBJECT
+};
+
+/// A call that finished while nothing that scripts read changed and nothing
+/// was reported. A call of the same function from the same running call, with
+/// the same arguments and all that still so, would walk the same path: it
+/// finds every stack as this one did, reads the same values and sends the same
+/// events, and the marks it would set are set.
+struct JSFinishedCall {
+  JSFunction* fn;
+  std::vector<const JSAtom*> args;
+  JSAtom* result;
+  const void* eventsFrom;
+  const void* eventsTo;
+};
+
+/// The finished calls of one running call, kept while the version stands.
+struct JSFinishedCalls {
+  long version = -1;
+  std::vector<JSFinishedCall> calls;
 };
 
 /// Whether the first `count` arguments of two calls are the same values.

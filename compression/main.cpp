@@ -269,6 +269,8 @@ void reportAlert(const char* format, ...) {
   va_end(args);
 }
 
+int reportCount() { return diagnostics()->warningCount + diagnostics()->alertCount; }
+
 void assertionFailed(const char* expression, const char* file, int line) {
   if (!diagnostics()->trialDepths.empty()) throw TrialFailed{};
   const char* slash = strrchr(file, '/');

@@ -27,6 +27,8 @@ void popContext();
 void reportError(const char* format, ...) WORLDPARE_PRINTF(1);
 /// A remark that never stops the run.
 void reportAlert(const char* format, ...) WORLDPARE_PRINTF(1);
+/// The errors, warnings and alerts reported so far, printed or suppressed.
+int reportCount();
 [[noreturn]] void assertionFailed(const char* expression, const char* file, int line);
 
 /// --vrml97: the first line of a report about the input, as compilers write

@@ -56,6 +56,7 @@ struct ScriptEvents {
 /// What the cascade counts and keeps while it simulates.
 struct CascadeState {
   int fuzzyChangeCount = 0;   ///< new records made by storeEvent: the measure of progress
+  long recordChanges = 0;     ///< changes that storeEvent made to records, new or old
   int cascadeEventCount = 0;  ///< deliveries since the last new record (--vrml97: or since
                               ///< the event entered the cascade)
   int loopCheckArmed = 1;     ///< falls to 0 when the loop message has been given

@@ -260,19 +260,20 @@ void VPFuzzyValue::becomeUnknown() {
   cascade().mergedNodes.erase(this);
 }
 
-void VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
-  if (!valueKnown) return;
+bool VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
+  if (!valueKnown) return false;
   if (!other->valueKnown) {
     becomeUnknown();
-    return;
+    return true;
   }
   int type = field->theType;
   if (!hasValueSets(type)) {
     CHECK(values == NULL);
     valueKnown = 0;
-    return;
+    return true;
   }
   std::unordered_set<const VPNode*>* nodes = mergedNodesOf(this);
+  bool changed = false;
   for (const VPValue* iter = other->values; iter != nullptr; iter = iter->next) {
     VPValue mapped = *iter;
     if (field->holdsNodes()) {
@@ -285,11 +286,13 @@ void VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
     if (type == VPField::SFBool && values != nullptr) {
       CHECK(iter->intValue != values->intValue);
       becomeUnknown();
-      return;
+      return true;
     }
     pushCell(&values)->copyValue(&mapped, type);
     if (nodes != nullptr) nodes->insert(mapped.node);
+    changed = true;
   }
+  return changed;
 }
 
 VPFuzzyValue* VPFuzzyValue::clone() const {
@@ -414,6 +417,7 @@ void VPNode::storeEvent(VPFuzzyValue* eventData) {
     if (linked) return;
   }
   VPFuzzyValue* fuzzy = findFuzzy(field);
+  bool changed = fuzzy == nullptr;
   if (fuzzy == nullptr) {
     CHECK(findField (field) || other.baseProto->findField (field));
     cascade().cascadeEventCount = 0;
@@ -424,7 +428,8 @@ void VPNode::storeEvent(VPFuzzyValue* eventData) {
     seedRecord(this, fuzzy);
   }
   if (field->holdsNodes()) CHECK(eventData->valueKnown && fuzzy->valueKnown);
-  fuzzy->merge(eventData, 0);
+  if (fuzzy->merge(eventData, 0)) changed = true;
+  if (changed) cascade().recordChanges++;
 }
 
 // The values that a field of an instance takes from the body nodes it is IS
@@ -690,13 +695,50 @@ struct PendingEvent {
   }
 };
 
+// --vrml97: an exposedField that a script sets passes the value on.
+bool passesOn(const VPField* field) {
+  return vrml97Option() && field->theClass == VPField::EXPOSED_FIELD;
+}
+
+// Whether a queued event enters its node rather than leaves it. --vrml97: a
+// value set in an exposedField of a PROTO instance enters its body, whose nodes
+// send it on, also along the ROUTEs inside the body.
+bool arrives(const VPNode* node, const VPField* field) {
+  return field->theClass == VPField::EVENT_IN || (passesOn(field) && node->isProtoInstance());
+}
+
+// An event that leaves a field no route leaves, and that no interface around
+// shares, would do nothing at all when delivered.
+bool goesNowhere(const VPNode* node, const VPField* field) {
+  if (arrives(node, field) || (passesOn(field) && node->other.shadowRoot != nullptr)) return false;
+  for (const VPRouteList* cell = node->other.routesOut; cell != nullptr; cell = cell->next) {
+    if (cell->route->sourceField == field) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 void VPJSContext::queueEvent(VPNode* node, VPFuzzyValue* eventData) {
   PendingEvent pending = {eventData};
   node->storeEvent(eventData);
-  if (eventData->field->theClass == VPField::FIELD) return;
+  VPField* field = eventData->field;
+  if (field->theClass == VPField::FIELD || goesNowhere(node, field)) return;
   eventQueue = new VPQueuedEvent{eventQueue, node, pending.handOn()};
+}
+
+long VPJSContext::worldVersion() { return cascade().recordChanges; }
+
+const void* VPJSContext::eventsMark() { return eventQueue; }
+
+// The events between the marks stand newest first; they go to the head again
+// oldest first, so the queue holds them twice in the same order.
+void VPJSContext::resendEvents(const void* from, const void* to) {
+  std::vector<const VPQueuedEvent*> sent;
+  for (auto e = static_cast<const VPQueuedEvent*>(to); e != from; e = e->next) sent.push_back(e);
+  for (auto e = sent.rbegin(); e != sent.rend(); ++e) {
+    eventQueue = new VPQueuedEvent{eventQueue, (*e)->node, (*e)->eventData->clone()};
+  }
 }
 
 void VPJSContext::flushEvents() {
@@ -705,13 +747,11 @@ void VPJSContext::flushEvents() {
     eventQueue = e->next;
     VPField* field = e->eventData->field;
     VPNode* node = e->node;
-    bool exposed = vrml97Option() && field->theClass == VPField::EXPOSED_FIELD;
-    // --vrml97: a value set in an exposedField of a PROTO instance enters its
-    // body, whose nodes send it on, also along the ROUTEs inside the body.
-    bool arrives = field->theClass == VPField::EVENT_IN || (exposed && node->isProtoInstance());
-    pushContext(arrives ? "Event sent to %s::%s.%s" : "Event sent from %s::%s.%s",
+    bool exposed = passesOn(field);
+    bool entering = arrives(node, field);
+    pushContext(entering ? "Event sent to %s::%s.%s" : "Event sent from %s::%s.%s",
                 node->other.baseProto->name, nameOrNull(node->name), field->name);
-    if (arrives) {
+    if (entering) {
       node->receiveEvent(e->eventData);
     } else {
       node->sendEvent(e->eventData);

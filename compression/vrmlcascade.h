@@ -24,8 +24,9 @@ struct VPFuzzyValue {
   ~VPFuzzyValue();
 
   /// Adds to this record everything that `other` allows; with mapShadows a
-  /// node that is a PROTO body copy counts as its body node.
-  void merge(const VPFuzzyValue* other, int mapShadows);
+  /// node that is a PROTO body copy counts as its body node. Whether this
+  /// record changed.
+  bool merge(const VPFuzzyValue* other, int mapShadows);
   void freeValues();
   VPFuzzyValue* clone() const;
   /// Both records say nothing is known; two known records never match.
@@ -90,6 +91,9 @@ class VPJSContext final : public JSContext {
 
   JSAtom* lookupName(const char* name) override;
   JSAtom* callFunction(const char* name, JSAtomList* args) override;
+  long worldVersion() override;
+  const void* eventsMark() override;
+  void resendEvents(const void* from, const void* to) override;
 
   VPJSObject* newObject();
   JSAtom* lookupField(VPNode* node, const char* name);

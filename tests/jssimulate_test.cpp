@@ -271,13 +271,32 @@ TEST(ScriptSimulation, RecursionEndsByRepeatedArgumentsAndNestingIsBounded) {
 TEST(ScriptSimulation, TooFewArgumentsIsAnAlert) {
   EXPECT_EXIT(
       {
-        Simulation simulation("function f(a, b) { x = b; } function g() { f(1); f(1, 2, 3); }");
+        Simulation simulation(
+            "function f(a, b) { x = b; } function g() { f(1); f(1); f(1, 2, 3); }");
         simulation.call("g");
         exit(0);
       },
       testing::ExitedWithCode(0),
-      "^Alert: Too few arguments passed to function f\nStack dump:\n"
-      "  Calling function g\n  Calling function f\n$");
+      "^(Alert: Too few arguments passed to function f\nStack dump:\n"
+      "  Calling function g\n  Calling function f\n){2}$");
+}
+
+// A call that repeats one of the same caller while nothing it reads changed is
+// not walked again; an assignment to a field in between makes it walk again.
+TEST(ScriptSimulation, RepeatedCallsOfOneCallerAreWalkedOnce) {
+  std::string repeated;
+  for (int i = 0; i < 50; i++) repeated += "g(1); ";
+  Simulation simulation("function f() { " + repeated + "}\n"
+                        "function g(a) { r = s; h(); h(); }\n"
+                        "function h() { r = s; }\n"
+                        "function e() { g(1); g(2); t = 1; g(1); }\n");
+  TestField* s = simulation.context.field("s", number(1));
+  simulation.context.field("t", number(0));
+  simulation.call("f");
+  EXPECT_EQ(s->reads, 2);  // the first g(1) and its first h()
+  s->reads = 0;
+  simulation.call("e");
+  EXPECT_EQ(s->reads, 6);  // g(1), g(2) and g(1) once more, each with one h()
 }
 
 // Each script stops the simulation, or the rewriting, with its check.

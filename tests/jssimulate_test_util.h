@@ -96,7 +96,10 @@ class TestField final : public JSObject {
 
   JSAtom* getElement(JSAtom*) override { return parser->newAtom(JSAtom::UNKNOWN); }
   JSAtom* getMember(const char*) override { return nullptr; }
-  int assign(JSAtom* v) override { return assigned.insert(describe(v)).second; }
+  int assign(JSAtom* v) override {
+    if (changes != nullptr) ++*changes;
+    return assigned.insert(describe(v)).second;
+  }
   JSAtom* getValue() override {
     reads++;
     if (freshEachRead) {
@@ -122,6 +125,7 @@ class TestField final : public JSObject {
   bool freshEachRead = false;
   const void* identity = this;
   std::vector<TestField*> copies;
+  long* changes = nullptr;  ///< the context's count of assignments
 };
 
 /// The Script node of a test: its fields by name; `new` gives UNKNOWN.
@@ -139,13 +143,20 @@ class TestContext final : public JSContext {
     for (; args != nullptr; args = args->next) constructed.back() += " " + describe(args->atom);
     return parser->newAtom(JSAtom::UNKNOWN);
   }
+  // Every assignment may change what a read gives; no call that made one is
+  // repeated, so there are never events to send again.
+  long worldVersion() override { return changes; }
+  const void* eventsMark() override { return nullptr; }
+  void resendEvents(const void*, const void*) override {}
 
   TestField* field(const std::string& name, FieldValue value) {
     fields[name] = new TestField(parser, value);
+    fields[name]->changes = &changes;
     return fields[name];
   }
 
   JSParser* parser;
+  long changes = 0;
   std::map<std::string, TestField*> fields;
   std::vector<std::string> constructed;
 };
