@@ -22,6 +22,7 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -845,12 +846,17 @@ void runPasses(Run* run) {
   }
 }
 
+// Memory that runs out, in the run heap or in a container, stops the run in
+// order like any other stop: no partial output, status 253.
 template <class Step>
 void runUntilStopped(Run* run, Step step) {
   try {
     step();
   } catch (const RunStopped& stop) {
     run->status = stop.status;
+  } catch (const std::bad_alloc&) {
+    printMessage("Out of memory\n");
+    run->status = -3;
   }
 }
 
@@ -879,13 +885,12 @@ void* passThread(void* run) {
 // world. What a call throws is thrown on in the thread that handed it.
 class StackThread {
  public:
+  // Under a limit of address space the stack is the largest that the limit
+  // leaves, down to two segments.
   StackThread() {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, kPassStackSize);
-    int made = pthread_create(&thread, &attributes, serve, this);
-    pthread_attr_destroy(&attributes);
-    CHECK(made == 0);
+    for (size_t size = kPassStackSize; !startWithStack(size); size /= 2) {
+      if (size <= 2 * kStackSegment) throw std::bad_alloc();
+    }
   }
   ~StackThread() {
     {
@@ -911,6 +916,15 @@ class StackThread {
     void (*call)(void*);
     void* data;
   };
+
+  bool startWithStack(size_t size) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, size);
+    int made = pthread_create(&thread, &attributes, serve, this);
+    pthread_attr_destroy(&attributes);
+    return made == 0;
+  }
 
   static void* serve(void* self) {
     static_cast<StackThread*>(self)->serveCalls();

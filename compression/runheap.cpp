@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "main.h"
 
@@ -21,7 +22,7 @@ RunHeap::Link* linkOf(void* object) { return static_cast<RunHeap::Link*>(object)
 
 void* allocateObject(size_t size) {
   auto* link = static_cast<RunHeap::Link*>(calloc(1, sizeof(RunHeap::Link) + size));
-  CHECK(link != NULL);
+  if (link == nullptr) throw std::bad_alloc();
   RunHeap::Link* ring = &currentRun->heap->objects;
   link->previous = ring;
   link->next = ring->next;

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -179,6 +180,33 @@ TEST(PareWorld, ForkingRoutesUnderLeniencyEndAfterAMillionDeliveries) {
   EXPECT_EQ(outcome.messages.rfind("Warning: Infinite or near infinite loop detected!\n", 0), 0u);
   EXPECT_NE(outcome.messages.find("Assertion failed \"cascadeEventCount < 1000000\""),
             std::string::npos);
+}
+
+// Under a limit of address space (1 GB, half the passes' stack) a small world
+// is pared, and one that outgrows the limit stops with the message of its
+// own, its memory given back: each PROTO here holds two of the one before, so
+// the instance at the end would have 2^40 Groups.
+TEST(PareWorld, UnderAnAddressSpaceLimitAWorldRunsOrStopsInOrder) {
+#ifdef WORLDPARE_SANITIZE
+  GTEST_SKIP() << "the sanitizers reserve more address space than the limit";
+#else
+  std::string world = "#VRML V2.0 utf8\nPROTO P0 [ ] { Group { } }\n";
+  for (int i = 1; i <= 40; i++) {
+    std::string level = std::to_string(i), below = "P" + std::to_string(i - 1) + " { } ";
+    world += "PROTO P" + level + " [ ] { Group { children [ " + below + below + "] } }\n";
+  }
+  world += "P40 { }\n";
+  auto run = [&world]() {
+    rlimit limit = {rlim_t(1) << 30, RLIM_INFINITY};
+    setrlimit(RLIMIT_AS, &limit);
+    if (pared("#VRML V2.0 utf8\nGroup { }\n", {}).status != 1) exit(2);
+    Outcome outcome = pared(world, {});
+    fputs(outcome.messages.c_str(), stderr);
+    if (pared("#VRML V2.0 utf8\nGroup { }\n", {}).status != 1) exit(3);
+    exit(outcome.status & 0xff);
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(253), "^Out of memory\n$");
+#endif
 }
 
 }  // namespace
