@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <string>
 
@@ -80,7 +81,8 @@ RunResult runTool(const char* tool, const std::string& input, const std::string&
 }
 
 // Shapes of world that stress one pass each: one clock fanned out to many
-// interpolators, one sensor to many Scripts, PROTO instances nested in each
+// interpolators, one sensor to many Scripts, one script function calling
+// many, PROTO instances nested in each
 // other, Transforms nested, PROTOs each made of the one before, many DEF names.
 void writeFanOut(FILE* out, int n) {
   fprintf(out, "DEF C TimeSensor { loop TRUE }\n");
@@ -115,6 +117,17 @@ void writeScriptFields(FILE* out, int n) {
   for (int i = 0; i < n; i++) fprintf(out, "function e%d(v) { on = %s; }\n", i, i % 2 ? "true" : "false");
   fprintf(out, "\" }\nROUTE S.on TO L.on\n");
   for (int i = 0; i < n; i++) fprintf(out, "ROUTE T.touchTime TO S.e%d\n", i);
+}
+
+// One entry calling n/4 functions n times, each call twice with a number
+// that no other call passes.
+void writeScriptCalls(FILE* out, int n) {
+  fprintf(out, "DEF T TouchSensor {}\nDEF L PointLight {}\n"
+               "DEF S Script { eventIn SFTime go eventOut SFBool on url \"javascript:\n");
+  for (int i = 0; i < n / 4; i++) fprintf(out, "function f%d(a) { return a > %d; }\n", i, i);
+  fprintf(out, "function go(t) {\n");
+  for (int i = 0; i < n; i++) fprintf(out, "on = f%d(%d) && f%d(%d);\n", i / 4, i, i / 4, i);
+  fprintf(out, "}\" }\nROUTE T.touchTime TO S.go\nROUTE S.on TO L.on\n");
 }
 
 void writeNestedInstances(FILE* out, int n) {
@@ -153,6 +166,7 @@ const Shape kShapes[] = {
     {"fan-out", writeFanOut, 11000, "--vrml97"},
     {"scripts", writeScripts, 16000, "--vrml97"},
     {"Script fields", writeScriptFields, 12500, "--vrml97"},
+    {"script calls", writeScriptCalls, 16000, "--vrml97"},
     {"nested instances", writeNestedInstances, 12500, nullptr},
     {"nested instances", writeNestedInstances, 12500, "--vrml97"},
     {"nested Transforms", writeNestedTransforms, 12500, nullptr},
@@ -179,12 +193,14 @@ long generateShape(const std::string& path, const Shape& shape, int n) {
 // never negative.
 constexpr int kRunsPerSize = 5;
 
-void benchShapes(const char* tool, const std::string& directory) {
+// Only the rows of `only` when it names a shape.
+void benchShapes(const char* tool, const std::string& directory, const char* only) {
   printf("\nCPU seconds of each shape at n, 2n, 4n, 8n (the least of %d runs); ratio: the largest "
          "of one doubling\n", kRunsPerSize);
   printf("%-18s %-9s %8s %9s %9s %9s %9s %7s %6s\n", "shape", "option", "n", "t(n)", "t(2n)",
          "t(4n)", "t(8n)", "ratio", "8n MB");
   for (const Shape& shape : kShapes) {
+    if (only != nullptr && strcmp(only, shape.name) != 0) continue;
     std::string input = directory + "/shape.wrl";
     std::string output = directory + "/shape.out.wrl";
     double seconds[4];
@@ -209,9 +225,13 @@ void benchShapes(const char* tool, const std::string& directory) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    fprintf(stderr, "usage: bench_world <worldPare> <directory>\n");
+  if (argc != 3 && argc != 4) {
+    fprintf(stderr, "usage: bench_world <worldPare> <directory> [shape]\n");
     return 2;
+  }
+  if (argc == 4) {
+    benchShapes(argv[1], argv[2], argv[3]);
+    return 0;
   }
   printf("%8s %10s %8s %8s %10s %8s\n", "size MB", "seconds", "MB/s", "peak MB", "peak/input",
          "status");
@@ -224,6 +244,6 @@ int main(int argc, char** argv) {
     printf("%8.1f %10.3f %8.1f %8.1f %10.2f %8d\n", size, result.seconds, size / result.seconds,
            peak, peak / size, result.status);
   }
-  benchShapes(argv[1], argv[2]);
+  benchShapes(argv[1], argv[2], nullptr);
   return 0;
 }

@@ -820,6 +820,33 @@ bool identicalArguments(const std::vector<const JSAtom*>& kept, const JSAtomList
   return i == kept.size();
 }
 
+size_t mixedHash(size_t hash, uint64_t value) {
+  return hash ^ (value + 0x9e3779b97f4a7c15u + (hash << 6) + (hash >> 2));
+}
+
+// What identicalAtoms compares of a cell.
+uint64_t cellBits(int type, const JSAtomValue* cell) {
+  uint64_t bits = 0;
+  if (type == JSAtom::FLOAT) memcpy(&bits, &cell->number, sizeof bits);
+  if (type == JSAtom::BOOLEAN) bits = uint64_t(cell->truth);
+  if (type == JSAtom::OBJECT) bits = reinterpret_cast<uintptr_t>(cell->object);
+  if (type == JSAtom::FUNCTION) bits = reinterpret_cast<uintptr_t>(cell->function);
+  return bits;
+}
+
+// Equal for calls whose arguments are identical atoms.
+size_t callHash(const JSFunction* fn, const JSAtomList* args) {
+  size_t hash = reinterpret_cast<uintptr_t>(fn);
+  for (; args != nullptr; args = args->next) {
+    const JSAtom* atom = args->atom;
+    hash = mixedHash(hash, uint64_t(atom->type) << 1 | uint64_t(atom->valueKnown != 0));
+    for (const JSAtomValue* cell = atom->values; cell != nullptr; cell = cell->next) {
+      hash = mixedHash(hash, cellBits(atom->type, cell));
+    }
+  }
+  return hash;
+}
+
 }  // namespace
 
 // Whatever a script reads through the context, and the reports: while this
@@ -837,7 +864,9 @@ JSAtom* JSParser::simulateOrRepeat(JSFunction* fn, JSAtomList* args) {
     finished->calls.clear();
     finished->version = version;
   }
-  for (const JSFinishedCall& call : finished->calls) {
+  size_t hash = callHash(fn, args);
+  for (auto [match, end] = finished->calls.equal_range(hash); match != end; ++match) {
+    const JSFinishedCall& call = match->second;
     if (call.fn != fn || !identicalArguments(call.args, args)) continue;
     ourContext->resendEvents(call.eventsFrom, call.eventsTo);
     return call.result;
@@ -848,7 +877,8 @@ JSAtom* JSParser::simulateOrRepeat(JSFunction* fn, JSAtomList* args) {
   // version and forgets it.
   std::vector<const JSAtom*> kept;
   for (; args != nullptr; args = args->next) kept.push_back(args->atom);
-  finished->calls.push_back({fn, std::move(kept), result, eventsFrom, ourContext->eventsMark()});
+  finished->calls.insert(
+      {hash, {fn, std::move(kept), result, eventsFrom, ourContext->eventsMark()}});
   return result;
 }
 

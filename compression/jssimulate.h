@@ -7,6 +7,7 @@
 #define WORLDPARE_JSSIMULATE_H
 
 #include <cstdint>
+#include <unordered_map>
 #include <vector>
 
 #include "jsparser.h"
@@ -119,10 +120,11 @@ struct JSFinishedCall {
   const void* eventsTo;
 };
 
-/// The finished calls of one running call, kept while the version stands.
+/// The finished calls of one running call, kept while the version stands, by
+/// a hash of the function and the bits of the arguments.
 struct JSFinishedCalls {
   long version = -1;
-  std::vector<JSFinishedCall> calls;
+  std::unordered_multimap<size_t, JSFinishedCall> calls;
 };
 
 /// Whether the first `count` arguments of two calls are the same values.
