@@ -215,6 +215,7 @@ bool groupsRight(int level) { return level <= TokBitAnd; }
 // Script: { Function } end of text
 // --vrml97: Script: { Function | Statement } end of text
 void JSParser::parseScript(char* text) {
+  textSize = long(strlen(text));
   lineNumber = 1;
   cursor = text;
   savedChar = *text;

@@ -202,6 +202,10 @@ struct JSParser {
   int makesRoutes = 0;
   JSFunction* runningFunction = nullptr;  ///< of the innermost simulated call
   JSFinishedCalls* finishedCalls = nullptr;  ///< made by the innermost simulated call
+  /// --vrml97: statements and calls walked and events sent by the running
+  /// call of the script; a call that does too much is given up.
+  long entryWork = 0;
+  long textSize = 0;  ///< of the code parsed
 
   JSParser();
   RUN_HEAP_OBJECT
@@ -226,6 +230,8 @@ struct JSParser {
 
   // Calls: an entry is one simulateCall or one pruneScript.
   int simulateCall(const char* name, JSContext* context, JSAtomList* args);
+  /// --vrml97: one more step of the entry's work, checked against the bound.
+  void countEntryWork();
   /// The first function of the name in order of declaration, or NULL.
   JSFunction* firstFunction(const char* name);
   JSAtom* simulateFunction(JSFunction* fn, JSAtomList* args);

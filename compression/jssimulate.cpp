@@ -18,6 +18,14 @@ constexpr int TRUE = 1;
 // Nested simulated calls are bounded, so that no script exhausts the stack.
 constexpr int kMaxCallDepth = 1000;
 
+// --vrml97: the work of one entry is bounded, so that code whose paths
+// multiply (calls at many places of a recursion, loops in loops) ends in
+// time and memory: past the bound the Script is taken to do anything it can.
+// The bound grows with the code, so that long code is walked whole; no script
+// of a real world comes within a hundredth of it.
+constexpr long kLeastEntryWork = 100000;
+constexpr long kEntryWorkPerByte = 8;
+
 bool numbersEqual(double a, double b) { return !(a < b) && !(b < a); }
 
 // The value of a number in the script: as written under --vrml97, where the
@@ -384,9 +392,14 @@ JSFunction* JSParser::firstFunction(const char* name) {
   return found != firstFunctions.end() ? found->second : nullptr;
 }
 
+void JSParser::countEntryWork() {
+  if (vrml97Option()) CHECK(++entryWork < kLeastEntryWork + kEntryWorkPerByte * textSize);
+}
+
 int JSParser::simulateCall(const char* name, JSContext* context, JSAtomList* args) {
   CHECK(ourContext == NULL);
   ourContext = context;
+  entryWork = 0;
   JSFunction* fn = firstFunction(name);
   if (fn != nullptr) {
     CHECK(fn->stack == NULL);
@@ -418,6 +431,7 @@ void JSParser::bindParameters(JSFunction* fn, JSAtomList* args) {
 // height of the domain ends every recursion.
 JSAtom* JSParser::simulateFunction(JSFunction* fn, JSAtomList* args) {
   fn->called = 1;
+  countEntryWork();
   int count = 0;
   for (JSParam* param = fn->params; param != nullptr; param = param->next) count++;
   for (JSStackEntry* entry = fn->stack; entry != nullptr; entry = entry->next) {
@@ -904,6 +918,7 @@ JSAtom* JSParser::simulateStatements(JSStatement* stmts, int* stop) {
 
 JSAtom* JSParser::simulateStatement(JSStatement* stmt, int* stop) {
   stmt->simulated = 1;
+  countEntryWork();
   switch (stmt->type) {
   case JSStatement::FOR:
     if (stmt->forStmt.init != nullptr) simulateExpression(stmt->forStmt.init);

@@ -724,6 +724,7 @@ void VPJSContext::queueEvent(VPNode* node, VPFuzzyValue* eventData) {
   node->storeEvent(eventData);
   VPField* field = eventData->field;
   if (field->theClass == VPField::FIELD || goesNowhere(node, field)) return;
+  parser->countEntryWork();
   eventQueue = new VPQueuedEvent{eventQueue, node, pending.handOn()};
 }
 
@@ -737,6 +738,7 @@ void VPJSContext::resendEvents(const void* from, const void* to) {
   std::vector<const VPQueuedEvent*> sent;
   for (auto e = static_cast<const VPQueuedEvent*>(to); e != from; e = e->next) sent.push_back(e);
   for (auto e = sent.rbegin(); e != sent.rend(); ++e) {
+    parser->countEntryWork();
     eventQueue = new VPQueuedEvent{eventQueue, (*e)->node, (*e)->eventData->clone()};
   }
 }
