@@ -1147,6 +1147,7 @@ int hasSideEffects(JSExpression* expr) {
 void JSParser::pruneScript(JSContext* context) {
   CHECK(ourContext == NULL);
   ourContext = context;
+  entryWork = 0;
   JSFunction** link = &functions;
   while (JSFunction* fn = *link) {
     if (!fn->called) {
