@@ -1108,9 +1108,11 @@ JSStatement* onlyStatement(JSStatement* stmt) {
   return stmt;
 }
 
-void appendArguments(JSArg** list, JSArg* more) {
-  while (*list != nullptr) list = &(*list)->next;
-  *list = more;
+// `end` moves on to the last link of the list before `more` is put there: a
+// run of appends to one list walks each argument once.
+void appendArguments(JSArg**& end, JSArg* more) {
+  while (*end != nullptr) end = &(*end)->next;
+  *end = more;
 }
 
 }  // namespace
@@ -1177,13 +1179,16 @@ JSStatement* JSParser::pruneStatements(JSStatement* stmts) {
     *link = pruneStatement(*link, 1);
     if (*link == nullptr) break;
   }
+  JSArg** varEnd = nullptr;
   for (JSStatement* stmt = stmts; stmt != nullptr && stmt->next != nullptr;) {
     JSStatement* next = stmt->next;
     if (isVarStatement(stmt) && isVarStatement(next)) {
-      appendArguments(&stmt->expr->var.argList, next->expr->var.argList);
+      if (varEnd == nullptr) varEnd = &stmt->expr->var.argList;
+      appendArguments(varEnd, next->expr->var.argList);
       next->expr->var.argList = nullptr;
       stmt->next = next->next;
     } else {
+      varEnd = nullptr;
       stmt = next;
     }
   }

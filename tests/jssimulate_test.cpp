@@ -150,16 +150,16 @@ TEST(ScriptPruning, OperatorsGroupByLevelThenFromTheLeft) {
 
 TEST(ScriptPruning, StatementsWithoutEffectGoAndVarListsJoin) {
   EXPECT_EQ(prunedAfter("function f() {\n"
-                        "  x; 1 + 2; (x); x++; k(); var a; var b = 1; ; { } { k(); k(); }\n"
-                        "  while (u) { x; } while (false) k(); var c;\n"
+                        "  x; 1 + 2; (x); x++; k(); var a; var b = 1; var e; ; { } { k(); k(); }\n"
+                        "  while (u) { x; } while (false) k(); var c; var d = 2;\n"
                         "  for (i = 0; i < 2; i++) { }\n"
                         "  return; k();\n"
                         "}\n"
                         "function k() { }\n",
                         {"f"}),
             "function f() {\n"
-            "x++;\nk();\nvar a,b=1;\n;\nk();\nk();\n"
-            "while(u);\nwhile(false)k();\nvar c;\n"
+            "x++;\nk();\nvar a,b=1,e;\n;\nk();\nk();\n"
+            "while(u);\nwhile(false)k();\nvar c,d=2;\n"
             "for(i=0;i<2;i++);\n"
             "return;\n"
             "}\n"
