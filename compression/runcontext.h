@@ -64,9 +64,6 @@ struct CascadeState {
   VPSending* freeSendings = nullptr;  ///< --vrml97: marks of fields that sent, for reuse
   /// --vrml97: the nodes that an opaque Script reaches through node fields.
   std::unordered_set<const VPNode*> opaqueReach;
-  int indexedMerges = 0;  ///< scopes in which merges look nodes up in mergedNodes
-  /// The nodes of each long record that merges add to while indexedMerges > 0.
-  std::unordered_map<const VPFuzzyValue*, std::unordered_set<const VPNode*>> mergedNodes;
   /// By Script node, while its list of event records is not empty.
   std::unordered_map<const VPNode*, ScriptEvents> scriptEvents;
   /// While the shadows' values are merged nothing changes them: what a field

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -62,39 +63,109 @@ VPValue* findEqualCell(VPValue* list, int type, const VPValue* cell) {
   return nullptr;
 }
 
-// While it lives, a merge into a long record of nodes looks its nodes up in a
-// set instead of walking them all: a body node takes one node from each of
-// many instances. Only merges change the records meanwhile.
-class IndexedMerges {
- public:
-  IndexedMerges() { cascade().indexedMerges++; }
-  ~IndexedMerges() {
-    // A clear costs the table's buckets, which stay as large as it ever grew.
-    CascadeState& state = cascade();
-    if (--state.indexedMerges == 0 && !state.mergedNodes.empty()) state.mergedNodes.clear();
-  }
-  IndexedMerges(const IndexedMerges&) = delete;
-  IndexedMerges& operator=(const IndexedMerges&) = delete;
-};
-
 // Records shorter than this are walked.
 constexpr int kIndexedLength = 32;
 
-// The set of a record's nodes when merges are indexed and it is long, else NULL.
-std::unordered_set<const VPNode*>* mergedNodesOf(const VPFuzzyValue* record) {
-  CascadeState& state = cascade();
-  if (state.indexedMerges == 0 || !record->field->holdsNodes()) return nullptr;
-  auto found = state.mergedNodes.find(record);
-  if (found != state.mergedNodes.end()) return &found->second;
-  int length = 0;
-  for (const VPValue* cell = record->values; cell != nullptr && length < kIndexedLength; cell = cell->next) {
-    length++;
-  }
-  if (length < kIndexedLength) return nullptr;
-  std::unordered_set<const VPNode*>& nodes = state.mergedNodes[record];
-  for (const VPValue* cell = record->values; cell != nullptr; cell = cell->next) nodes.insert(cell->node);
-  return &nodes;
+uint64_t mixedBits(uint64_t hash, uint64_t bits) {
+  hash ^= bits + 0x9e3779b97f4a7c15u + (hash << 6) + (hash >> 2);
+  hash ^= hash >> 31;
+  hash *= 0xbf58476d1ce4e5b9u;
+  return hash ^ (hash >> 29);
 }
+
+bool floatsHash(const float* floats, int count, uint64_t* hash) {
+  uint64_t mixed = 0;
+  for (int i = 0; i < count; i++) {
+    if (std::isnan(floats[i])) return false;
+    float value = floats[i] + 0.0f;  // -0 becomes 0, which it equals
+    uint32_t bits;
+    memcpy(&bits, &value, sizeof bits);
+    mixed = mixedBits(mixed, bits);
+  }
+  *hash = mixed;
+  return true;
+}
+
+// A hash that equal values share; false for a value with a float NaN, which
+// equals every float and so no hash can place.
+bool cellHash(int type, const VPValue* cell, uint64_t* hash) {
+  switch (type) {
+  case VPField::SFNode:
+  case VPField::MFNode:
+    *hash = mixedBits(0, reinterpret_cast<uintptr_t>(cell->node));
+    return true;
+  case VPField::SFBool:
+  case VPField::SFInt32:
+    *hash = mixedBits(0, uint32_t(cell->intValue));
+    return true;
+  case VPField::SFString:
+    *hash = std::hash<std::string_view>()(cell->string);
+    return true;
+  case VPField::SFFloat:
+  case VPField::SFTime:
+    return floatsHash(&cell->floatValue, 1, hash);
+  default:
+    return floatsHash(cell->floats, tupleLength(type), hash);
+  }
+}
+
+}  // namespace
+
+// The cells of a long record by their values, so that a merge looks a value
+// up instead of walking the record: a record may take a value from each of
+// many events, or a body node a node from each of many instances. Open
+// addressing in the run's heap. A record that holds a NaN, and a value that
+// has one, are walked.
+struct VPCellIndex {
+  const VPValue* head;  ///< the record's first cell when the index was last in step
+  const VPValue** slots;
+  uint32_t mask;        ///< the number of slots less one, a power of two less one
+  uint32_t count;       ///< cells in the slots
+  uint32_t unhashed;    ///< cells with a NaN, left out of the slots
+  RUN_HEAP_OBJECT
+
+  ~VPCellIndex() { releaseObject(slots); }
+
+  void add(int type, const VPValue* cell) {
+    uint64_t hash;
+    if (!cellHash(type, cell, &hash)) {
+      unhashed++;
+      return;
+    }
+    if (2 * (count + 1) > mask + 1) grow(type);
+    place(cell, hash);
+  }
+
+  bool holds(int type, const VPValue* value, uint64_t hash) const {
+    for (uint32_t slot = uint32_t(hash) & mask; slots[slot] != nullptr; slot = (slot + 1) & mask) {
+      if (elementsEqual(type, slots[slot], value)) return true;
+    }
+    return false;
+  }
+
+ private:
+  void place(const VPValue* cell, uint64_t hash) {
+    uint32_t slot = uint32_t(hash) & mask;
+    while (slots[slot] != nullptr) slot = (slot + 1) & mask;
+    slots[slot] = cell;
+    count++;
+  }
+
+  void grow(int type) {
+    const VPValue** old = slots;
+    uint32_t oldSize = mask + 1;
+    mask = 2 * oldSize - 1;
+    slots = newObjectArray<const VPValue*>(size_t(mask) + 1);
+    count = 0;
+    for (uint32_t i = 0; i < oldSize; i++) {
+      uint64_t hash;
+      if (old[i] != nullptr && cellHash(type, old[i], &hash)) place(old[i], hash);
+    }
+    releaseObject(old);
+  }
+};
+
+namespace {
 
 // Deletes record cells and their float arrays; strings stay with the run.
 void releaseCells(VPValue* cells, int type) {
@@ -224,6 +295,7 @@ void VPValue::copyValue(const VPValue* source, int type) {
 }
 
 VPFuzzyValue::~VPFuzzyValue() {
+  dropIndex();
   VPFuzzyValue* chain = next;
   while (chain != nullptr) {
     VPFuzzyValue* following = chain->next;
@@ -252,12 +324,42 @@ void VPFuzzyValue::freeValues() {
   }
   releaseCells(values, type);
   values = nullptr;
+  dropIndex();
 }
 
 void VPFuzzyValue::becomeUnknown() {
   valueKnown = 0;
   freeValues();
-  cascade().mergedNodes.erase(this);
+}
+
+void VPFuzzyValue::dropIndex() {
+  delete index;
+  index = nullptr;
+}
+
+// The index of a long record, in step with its cells; NULL for a short one.
+VPCellIndex* VPFuzzyValue::cellIndex() {
+  if (index != nullptr && index->head == values) return index;
+  dropIndex();
+  int length = 0;
+  for (const VPValue* cell = values; cell != nullptr && length < kIndexedLength; cell = cell->next) {
+    length++;
+  }
+  if (length < kIndexedLength) return nullptr;
+  index = new VPCellIndex{values, newObjectArray<const VPValue*>(4 * kIndexedLength),
+                          4 * kIndexedLength - 1, 0, 0};
+  for (const VPValue* cell = values; cell != nullptr; cell = cell->next) index->add(field->theType, cell);
+  return index;
+}
+
+bool VPFuzzyValue::holdsValue(const VPValue* value) {
+  int type = field->theType;
+  VPCellIndex* cells = cellIndex();
+  uint64_t hash;
+  if (cells == nullptr || cells->unhashed != 0 || !cellHash(type, value, &hash)) {
+    return findEqualCell(values, type, value) != nullptr;
+  }
+  return cells->holds(type, value, hash);
 }
 
 bool VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
@@ -272,7 +374,6 @@ bool VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
     valueKnown = 0;
     return true;
   }
-  std::unordered_set<const VPNode*>* nodes = mergedNodesOf(this);
   bool changed = false;
   for (const VPValue* iter = other->values; iter != nullptr; iter = iter->next) {
     VPValue mapped = *iter;
@@ -280,16 +381,18 @@ bool VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
       if (iter->node == nullptr) continue;
       mapped.node = mappedNode(iter->node, mapShadows);
     }
-    bool present = nodes != nullptr ? nodes->count(mapped.node) != 0
-                                    : findEqualCell(values, type, &mapped) != nullptr;
-    if (present) continue;
+    if (holdsValue(&mapped)) continue;
     if (type == VPField::SFBool && values != nullptr) {
       CHECK(iter->intValue != values->intValue);
       becomeUnknown();
       return true;
     }
-    pushCell(&values)->copyValue(&mapped, type);
-    if (nodes != nullptr) nodes->insert(mapped.node);
+    VPValue* cell = pushCell(&values);
+    cell->copyValue(&mapped, type);
+    if (index != nullptr && index->head == cell->next) {
+      index->add(type, cell);
+      index->head = cell;
+    }
     changed = true;
   }
   return changed;
@@ -475,7 +578,6 @@ void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows)
   // --vrml97: a body node stands for its copies in all instances, whose records
   // hold what scripts and routes did to fields that the body does not list.
   if (vrml97Option() && other.shadowNodes != nullptr) {
-    IndexedMerges indexed;
     for (VPShadow* shadow = other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
       shadow->shadow->getFuzzyValue(result, field, 1);
     }
@@ -1577,7 +1679,6 @@ void VPNode::mergeShadows(int mergeValues) {
   }
   if (nodeType != SCRIPT && nodeType != OTHER) return;
   if (mergeValues) CHECK(other.values == NULL);
-  IndexedMerges indexed;
   for (VPShadow* shadowIter = other.shadowNodes; shadowIter != nullptr; shadowIter = shadowIter->next) {
     VPNode* shadow = shadowIter->shadow;
     CHECK(shadow->nodeType == nodeType);

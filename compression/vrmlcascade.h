@@ -9,6 +9,8 @@
 #include "runcontext.h"
 #include "vrmlparse.h"
 
+struct VPCellIndex;
+
 /// What a field of a node may hold: a finite set of values, or anything.
 /// Stands alone (next NULL) as an event in flight or a read result; in a
 /// node's other.values list it is that node's record of the field.
@@ -17,8 +19,11 @@ struct VPFuzzyValue {
   VPField* field;     ///< identity of the pointer selects the record
   int valueKnown = 1; ///< 0: anything; values is then NULL
   VPValue* values = nullptr;  ///< owned cells, in no meaningful order
+  VPCellIndex* index = nullptr;  ///< owned; the cells of a long record, for merges
 
   explicit VPFuzzyValue(VPField* recordField) : field(recordField) {}
+  VPFuzzyValue(const VPFuzzyValue&) = delete;
+  VPFuzzyValue& operator=(const VPFuzzyValue&) = delete;
   RUN_HEAP_OBJECT
   /// Releases the chain of next records, not the cells.
   ~VPFuzzyValue();
@@ -34,6 +39,9 @@ struct VPFuzzyValue {
 
  private:
   void becomeUnknown();
+  VPCellIndex* cellIndex();
+  bool holdsValue(const VPValue* value);
+  void dropIndex();
 };
 
 /// The node that a node value stands for: with mapShadows a copy inside an

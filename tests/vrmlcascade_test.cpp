@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "test_util.h"
 #include "vrmlcascade.h"
 
@@ -98,6 +100,68 @@ ROUTE S2.give TO S1.take)",
                 "Error: Infinite or near infinite loop detected!\nStack dump:\n"
                 "  Simulating events from ")
         << world;
+  }
+}
+
+// A value, as its floats, in a cell of the field's type.
+VPValue* cellOf(int type, const std::vector<float>& value) {
+  VPValue* cell = new VPValue{};
+  if (type == VPField::SFInt32) {
+    cell->intValue = int32_t(value[0]);
+  } else if (type == VPField::SFFloat) {
+    cell->floatValue = value[0];
+  } else {
+    cell->floats = newObjectArray<float>(value.size());
+    std::copy(value.begin(), value.end(), cell->floats);
+  }
+  return cell;
+}
+
+// Long records find a value as a walk of every cell would: floats equal when
+// neither is less, so -0 is 0 and a NaN equals any float in its place.
+TEST(Records, LongRecordsFindEqualValuesAsAWalkWould) {
+  VPFile* file = scannedWorld(R"(
+DEF T Transform { }
+DEF S Script { field SFFloat f 0 field SFInt32 i 0 url "javascript: function x() {}" }
+)");
+  const float nan = std::nanf("");
+  std::vector<std::vector<float>> forty;
+  for (int i = 0; i < 40; i++) forty.push_back({float(i), 0, 0});
+  auto fortyThen = [&forty](std::vector<std::vector<float>> more) {
+    std::vector<std::vector<float>> values = forty;
+    values.insert(values.end(), more.begin(), more.end());
+    return values;
+  };
+  const std::string fortyNew(40, '1');
+  struct Case {
+    VPNode* node;
+    const char* field;
+    std::vector<std::vector<float>> values;
+    std::string changes;  // 1 where a merge adds a cell
+    int cells;
+  } cases[] = {
+      {file->findNamedNode("S"), "i", fortyThen({{7}, {40}}), fortyNew + "01", 41},
+      {file->findNamedNode("S"), "f", fortyThen({{-0.0f}, {nan}, {0.5f}}), fortyNew + "001", 41},
+      {file->findNamedNode("S"), "f", {{nan}, {1}, {2}}, "100", 1},
+      {file->findNamedNode("T"), "translation",
+       fortyThen({{-0.0f, 0, 0}, {nan, 0, 0}, {nan, 1, 0}, {5, 1, 0}, {5, 2, 0}}), fortyNew + "00101",
+       42},
+  };
+  for (const Case& c : cases) {
+    VPField* field = c.node->fieldByName(c.field);
+    VPFuzzyValue record(field);
+    std::string changes;
+    for (const std::vector<float>& value : c.values) {
+      VPFuzzyValue event(field);
+      event.values = cellOf(field->theType, value);
+      changes += record.merge(&event, 0) ? '1' : '0';
+      event.freeValues();
+    }
+    int cells = 0;
+    for (const VPValue* cell = record.values; cell != nullptr; cell = cell->next) cells++;
+    EXPECT_EQ(changes, c.changes) << c.field;
+    EXPECT_EQ(cells, c.cells) << c.field;
+    record.freeValues();
   }
 }
 
