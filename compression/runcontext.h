@@ -84,6 +84,8 @@ struct FieldListIndex {
   /// the first exposedField of that name.
   std::unordered_map<std::string_view, std::pair<size_t, VPFieldList*>> firstNamed;
   std::unordered_map<std::string_view, std::pair<size_t, VPFieldList*>> firstExposed;
+  /// By name, the position and cell of the last cell of that name.
+  std::unordered_map<std::string_view, std::pair<size_t, VPFieldList*>> lastNamed;
   std::unordered_map<const VPField*, VPFieldList*> firstOfField;
 };
 

@@ -438,6 +438,7 @@ bool isLongList(const VPFieldList* list) {
 void indexCell(FieldListIndex* index, VPFieldList* cell) {
   std::pair<size_t, VPFieldList*> place = {index->length++, cell};
   index->firstNamed.emplace(cell->field->name, place);
+  index->lastNamed[cell->field->name] = place;
   if (cell->field->theClass == VPField::EXPOSED_FIELD) index->firstExposed.emplace(cell->field->name, place);
   index->firstOfField.emplace(cell->field, cell);
   index->tail = cell;
@@ -583,7 +584,7 @@ namespace {
 
 // A cell of the field that holds its value here: not one redirected to an event.
 VPFieldList* findValueCell(VPFieldList* list, const VPField* field) {
-  for (VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
+  for (VPFieldList* cell = findCellOf(list, field); cell != nullptr; cell = cell->next) {
     if (cell->field == field && (cell->redirect == nullptr || cell->redirect->field->hasValue())) {
       return cell;
     }
@@ -1385,12 +1386,7 @@ StringTable::Entry* VPFile::findTopProto(const char* name) {
 
 namespace {
 
-VPFieldList* findDeclaredField(VPFieldList* list, const char* name) {
-  for (VPFieldList* iter = list; iter != nullptr; iter = iter->next) {
-    if (strcmp(iter->field->name, name) == 0) return iter;
-  }
-  return nullptr;
-}
+VPFieldList* findDeclaredField(VPFieldList* list, const char* name) { return findInList(list, name, 0); }
 
 VPRedirect* newRedirect(VPNode* proto, VPField* field) {
   VPRedirect* redirect = newRecord<VPRedirect>();
@@ -1808,7 +1804,32 @@ struct FieldFit {
 // An exact name ends the search; an alias form holds until a later cell
 // fits, so an exact match further down beats it. Aliases apply here to every
 // field class.
+// As the walk below finds it: the first cell of the name, else the last cell
+// of an alias form, with each form that some cell has.
+FieldFit findBestFitInIndex(const FieldListIndex& index, const char* token) {
+  auto exact = index.firstNamed.find(token);
+  if (exact != index.firstNamed.end()) return {exact->second.second, false, false};
+  FieldFit fit = {nullptr, false, false};
+  size_t fitPosition = 0;
+  auto consider = [&index, &fit, &fitPosition](std::string_view name, bool FieldFit::*form) {
+    auto found = index.lastNamed.find(name);
+    if (found == index.lastNamed.end()) return;
+    fit.*form = true;
+    if (fit.cell == nullptr || found->second.first > fitPosition) {
+      fit.cell = found->second.second;
+      fitPosition = found->second.first;
+    }
+  };
+  size_t n = strlen(token);
+  if (strncmp(token, "set_", 4) == 0) consider(token + 4, &FieldFit::setForm);
+  if (n > 8 && strcmp(token + n - 8, "_changed") == 0) {
+    consider(std::string_view(token, n - 8), &FieldFit::changedForm);
+  }
+  return fit;
+}
+
 FieldFit findBestFit(VPFieldList* declared, const char* token) {
+  if (isLongList(declared)) return findBestFitInIndex(indexOfList(declared), token);
   FieldFit fit = {nullptr, false, false};
   size_t n = strlen(token);
   for (VPFieldList* cell = declared; cell != nullptr; cell = cell->next) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 
 #include "test_util.h"
 
@@ -102,6 +103,28 @@ TEST(NodeWalks, OrderOfARecursiveWalkAndMarksOfOneTraversal) {
   order.clear();
   walk();
   EXPECT_EQ(order, "+A+B+D-B+C+E-C-A+F");
+}
+
+// The field that each name in an instance means, and the field of the PROTO
+// around that each IS names, whether the interfaces are short or long: the
+// very name first, then "set_" or "_changed" around the name of a field.
+TEST(FieldNames, InstanceFieldsMeanTheSameInShortAndLongInterfaces) {
+  for (int padding : {0, 40}) {
+    std::string pad;
+    for (int i = 0; i < padding; i++) pad += " exposedField SFFloat p" + std::to_string(i) + " 0";
+    VPFile* file = parseWorld(
+        "PROTO Q [" + pad + " exposedField SFFloat x 0 eventIn SFFloat set_y exposedField SFFloat y 0"
+        " exposedField SFFloat z 0 ] { Group { } }\n"
+        "PROTO P [" + pad + " eventIn SFFloat e eventOut SFFloat o eventIn SFFloat e2 ]"
+        " { Q { set_x IS e z_changed IS o set_y IS e2 } }\n");
+    VPNode* proto = file->topLevel->next->node;
+    ASSERT_EQ(proto->nodeType, VPNode::PROTO);
+    std::string fields;
+    for (VPFieldList* cell = proto->body->node->fields; cell != nullptr; cell = cell->next) {
+      fields += std::string(cell->field->name) + " IS " + cell->redirect->field->name + ";";
+    }
+    EXPECT_EQ(fields, "x IS e;z IS o;set_y IS e2;") << padding;
+  }
 }
 
 }  // namespace
