@@ -1288,12 +1288,14 @@ void NodeSharing::shareAt(VPNode** place) {
 
 // The names of the scope, which a new name must not take.
 void NodeSharing::collectNames(VPNodeList* list) {
-  forEachNode(list, [this](VPNode* node) {
-    if (node->nodeType == VPNode::PROTO || node->nodeType == VPNode::EXTERNPROTO) return;
-    for (VPNode* below : node->nodesBelow()) {
-      if (below->name != nullptr) names.insert(below->name);
-    }
+  NodeCollector collector;
+  forEachNode(list, [&collector](VPNode* node) {
+    if (node->nodeType != VPNode::PROTO && node->nodeType != VPNode::EXTERNPROTO) collector.add(node);
   });
+  collector.addBelow();
+  for (VPNode* below : collector.nodes) {
+    if (below->name != nullptr) names.insert(below->name);
+  }
 }
 
 // The shortest names first: A to Z, a to z and _, then two characters, and so on.

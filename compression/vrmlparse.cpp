@@ -627,16 +627,19 @@ bool NodeCollector::add(VPNode* node) {
   return true;
 }
 
+void NodeCollector::addBelow() {
+  auto reach = [this](VPNode* child) { add(child); };
+  for (size_t i = 0; i < nodes.size(); i++) {
+    forEachNodeIn(nodes[i]->fields, reach);
+    if (nodes[i]->nodeType == VPNode::SCRIPT) forEachNodeIn(nodes[i]->other.script.fields, reach);
+  }
+}
+
 std::vector<VPNode*> VPNode::nodesBelow() {
   NodeCollector collector;
   collector.add(this);
-  std::vector<VPNode*>& nodes = collector.nodes;
-  auto reach = [&collector](VPNode* child) { collector.add(child); };
-  for (size_t i = 0; i < nodes.size(); i++) {
-    forEachNodeIn(nodes[i]->fields, reach);
-    if (nodes[i]->nodeType == SCRIPT) forEachNodeIn(nodes[i]->other.script.fields, reach);
-  }
-  return std::move(nodes);
+  collector.addBelow();
+  return std::move(collector.nodes);
 }
 
 VPRoute* VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest,

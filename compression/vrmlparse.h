@@ -321,6 +321,8 @@ struct NodeCollector {
   NodeCollector();
   /// False if the walk met the node before.
   bool add(VPNode* node);
+  /// Adds the nodes in the fields of the nodes collected, and theirs in turn.
+  void addBelow();
 };
 
 /// Takes one route out of both of its lists.
