@@ -26,6 +26,8 @@ struct VPFieldList;
 struct VPFuzzyValue;
 struct VPNode;
 struct VPSending;
+struct VPRoute;
+struct VPRouteList;
 struct VPShadow;
 
 /// A field of a node, read with or without shadows mapped to body nodes.
@@ -87,6 +89,12 @@ struct FieldListIndex {
   /// By name, the position and cell of the last cell of that name.
   std::unordered_map<std::string_view, std::pair<size_t, VPFieldList*>> lastNamed;
   std::unordered_map<const VPField*, VPFieldList*> firstOfField;
+};
+
+struct RouteIndex {
+  long routesAdded = 0;  ///< RunContext::routesAdded when the index was made
+  /// In the order of the list; routes unlinked since stay until their field's turn.
+  std::unordered_map<const VPField*, std::vector<VPRoute*>> byField;
 };
 
 /// A body node of a PROTO and the instance for which it was copied.
@@ -153,6 +161,10 @@ struct RunContext {
   /// out of a field list counts here and makes every index be made again.
   std::unordered_map<const VPFieldList*, FieldListIndex> fieldIndexes;
   int fieldCellsUnlinked = 0;
+  /// The routes of each field at one end of a long route list, by the list's
+  /// head; an index is made again when routes have been added since.
+  std::unordered_map<const VPRouteList* const*, RouteIndex> routeIndexes;
+  long routesAdded = 0;
   unsigned traversal = 1;  ///< the running traversal: the mark that visit() sets
   unsigned reachWalks = 0;  ///< the walks that collected nodes by their reach marks
   /// By script program, the first of its functions of each name.

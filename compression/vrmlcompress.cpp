@@ -584,14 +584,10 @@ void VPFile::hoistProtoDefaults() {
 
 namespace {
 
-bool unlinkRouteCell(VPRouteList** list, const VPRoute* route) {
-  for (VPRouteList** link = list; *link != nullptr; link = &(*link)->next) {
-    if ((*link)->route == route) {
-      *link = (*link)->next;
-      return true;
-    }
-  }
-  return false;
+void unlinkRouteCell(VPRouteList* cell) {
+  CHECK(*cell->link == cell);
+  *cell->link = cell->next;
+  if (cell->next != nullptr) cell->next->link = cell->link;
 }
 
 bool unlinkIsLink(VPIsLink** list, const VPNode* node, const VPField* nodeField,
@@ -613,24 +609,66 @@ const VPField* redirectedField(const VPFieldList* cell) {
 // A removal that comes through an IS link and cannot be carried out stops here.
 void requireNoRedirect(const VPField* redirect) { CHECK(redirect == NULL); }
 
-// Unlinks every route of the list whose field at this end is `field`. An
-// unlink takes the cell at `link` out, and may take others with it (the twins
-// of a route out of an instance, which end at the same field), never one that
-// `link` points into.
+const VPField* fieldAtEnd(const VPRoute* route, bool outgoing) {
+  return outgoing ? route->sourceField : route->destField;
+}
+
+void unlinkRouteAt(VPNode* node, VPRoute* route, bool outgoing) {
+  if (outgoing) {
+    CHECK(route->sourceNode == node);
+  } else {
+    CHECK(route->destNode == node);
+  }
+  unlinkRoute(route);
+}
+
+// Lists shorter than this are walked.
+constexpr int kIndexedRoutes = 32;
+
+bool isLongRouteList(const VPRouteList* list) {
+  int length = 0;
+  for (; list != nullptr; list = list->next) {
+    if (++length >= kIndexedRoutes) return true;
+  }
+  return false;
+}
+
+RouteIndex& routeIndexOf(VPRouteList** list, bool outgoing) {
+  RouteIndex& index = currentRun->routeIndexes[list];
+  if (index.byField.empty() || index.routesAdded != currentRun->routesAdded) {
+    index = RouteIndex();
+    index.routesAdded = currentRun->routesAdded;
+    for (VPRouteList* cell = *list; cell != nullptr; cell = cell->next) {
+      index.byField[fieldAtEnd(cell->route, outgoing)].push_back(cell->route);
+    }
+  }
+  return index;
+}
+
+// Unlinks every route of the list whose field at this end is `field`, in the
+// order of the list; a long list through its index, so that taking many
+// fields from one node walks its routes once. An unlink may take other routes
+// with it (the twins of a route out of an instance, which end at the same
+// field).
 void unlinkRoutesAt(VPNode* node, VPRouteList** list, const VPField* field, bool outgoing) {
+  if (isLongRouteList(*list)) {
+    RouteIndex& index = routeIndexOf(list, outgoing);
+    auto found = index.byField.find(field);
+    if (found == index.byField.end()) return;
+    std::vector<VPRoute*> routes = std::move(found->second);
+    index.byField.erase(found);
+    for (VPRoute* route : routes) {
+      if (route->outCell != nullptr) unlinkRouteAt(node, route, outgoing);
+    }
+    return;
+  }
   VPRouteList** link = list;
   while (VPRouteList* cell = *link) {
-    VPRoute* route = cell->route;
-    if (outgoing ? route->sourceField != field : route->destField != field) {
+    if (fieldAtEnd(cell->route, outgoing) != field) {
       link = &cell->next;
       continue;
     }
-    if (outgoing) {
-      CHECK(route->sourceNode == node);
-    } else {
-      CHECK(route->destNode == node);
-    }
-    unlinkRoute(route);
+    unlinkRouteAt(node, cell->route, outgoing);
   }
 }
 
@@ -650,10 +688,11 @@ void unlinkRoute(VPRoute* route) {
   if (vrml97Option() && route->sourceNode->isProtoInstance()) {
     while (VPRoute* twin = findTwin(route)) unlinkRoute(twin);
   }
-  bool foundOtherSide = unlinkRouteCell(&route->sourceNode->other.routesOut, route);
+  bool foundOtherSide = route->outCell != nullptr;
   CHECK(foundOtherSide);
-  foundOtherSide = unlinkRouteCell(&route->destNode->other.routesIn, route);
-  CHECK(foundOtherSide);
+  unlinkRouteCell(route->outCell);
+  unlinkRouteCell(route->inCell);
+  route->outCell = route->inCell = nullptr;
 }
 
 int VPNode::removeField(VPField* field, VPField* protoField) {
@@ -663,7 +702,9 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
   // along, as that of an instance in another PROTO's body.
   if (vrml97Option() && protoField == nullptr) {
     for (VPFieldList* cell = *link; cell != nullptr; cell = cell->next) {
-      if (cell->field == field && cell->redirect != nullptr) removeIsLink(cell);
+      if (cell->field != field) continue;
+      if (cell->redirect != nullptr) removeIsLink(cell);
+      if (nodeType == SCRIPT) break;  // its interface declares each field once
     }
   }
   while (*link != nullptr && !((*link)->field == field && redirectedField(*link) == protoField)) {
@@ -703,8 +744,11 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
       *isLink = linkCell->next;
     }
   }
-  // --vrml97: an exposedField may have a second cell, as set_x IS a beside x_changed IS b.
-  if (vrml97Option() && protoField == nullptr && cell != nullptr) removeField(field, nullptr);
+  // --vrml97: an exposedField of a node may have a second cell, as set_x IS a
+  // beside x_changed IS b.
+  if (vrml97Option() && protoField == nullptr && cell != nullptr && nodeType == OTHER) {
+    removeField(field, nullptr);
+  }
   return cell != nullptr;
 }
 
@@ -864,9 +908,9 @@ void VPNode::cutSwitchChoices() {
   VPFuzzyValue record(field);
   getFuzzyValue(&record, field, 0);
   bool known = record.valueKnown;
-  std::vector<int32_t> choices;
+  std::unordered_set<int32_t> choices;
   for (const VPValue* cell = record.values; cell != nullptr; cell = cell->next) {
-    choices.push_back(cell->intValue);
+    choices.insert(cell->intValue);
   }
   record.freeValues();
   VPFieldList* children = findField(fieldByName("choice"));
@@ -876,7 +920,7 @@ void VPNode::cutSwitchChoices() {
   int32_t index = 0;
   for (VPNodeList* cell = children->value; cell != nullptr; cell = cell->next, index++) {
     VPNode* child = cell->node;
-    if (child == nullptr || std::find(choices.begin(), choices.end(), index) != choices.end()) {
+    if (child == nullptr || choices.count(index) != 0) {
       continue;
     }
     if (vrml97Option() && !child->canBeDropped()) continue;

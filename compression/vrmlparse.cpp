@@ -642,18 +642,27 @@ std::vector<VPNode*> VPNode::nodesBelow() {
   return std::move(collector.nodes);
 }
 
+namespace {
+
+VPRouteList* pushRouteCell(VPRouteList** list, VPRoute* route) {
+  VPRouteList* cell = newRecord<VPRouteList>();
+  *cell = {*list, route, list};
+  if (cell->next != nullptr) cell->next->link = &cell->next;
+  *list = cell;
+  return cell;
+}
+
+}  // namespace
+
 VPRoute* VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest,
                           VPField* destField) {
   CHECK(source->nodeType == OTHER || source->nodeType == SCRIPT);
   CHECK(dest->nodeType == OTHER || dest->nodeType == SCRIPT);
   VPRoute* route = newRecord<VPRoute>();
-  *route = {source, sourceField, dest, destField, nullptr, {0, 0}};
-  VPRouteList* out = newRecord<VPRouteList>();
-  *out = {source->other.routesOut, route};
-  source->other.routesOut = out;
-  VPRouteList* in = newRecord<VPRouteList>();
-  *in = {dest->other.routesIn, route};
-  dest->other.routesIn = in;
+  *route = {source, sourceField, dest, destField, nullptr, {0, 0}, nullptr, nullptr};
+  route->outCell = pushRouteCell(&source->other.routesOut, route);
+  route->inCell = pushRouteCell(&dest->other.routesIn, route);
+  currentRun->routesAdded++;
   return route;
 }
 

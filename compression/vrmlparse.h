@@ -111,11 +111,14 @@ struct VPRoute {
   /// that it was made for (redirectRouteOut).
   VPRoute* twinOf;
   InputPosition position;  ///< of the word ROUTE
+  VPRouteList* outCell;    ///< its cell in the source's routesOut; NULL once unlinked
+  VPRouteList* inCell;     ///< its cell in the destination's routesIn
 };
 
 struct VPRouteList {
   VPRouteList* next;
   VPRoute* route;
+  VPRouteList** link;  ///< what points at this cell: the head of the list or the cell before
 };
 
 /// A field whose eventOut a node is sending, on the stack of one cascade.

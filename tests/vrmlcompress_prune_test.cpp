@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "test_util.h"
 
 namespace {
@@ -18,6 +20,32 @@ ROUTE T.translation TO M.translation
 )"),
               testing::ExitedWithCode(253),
               checkReport("(fields->flags & (FIELD_READ | FIELD_WRITE | FIELD_ROUTED_OUT)) == 0"));
+}
+
+// The routes of the eventOuts that nothing sets go with them, also from the
+// long route lists of a Script with many (and of a node that many feed); the
+// routes that stay keep their order.
+TEST(Removal, RoutesOfDeadFieldsLeaveLongListsInOrder) {
+  std::string world = "DEF Y Transform { }\nDEF S Script {";
+  std::string sets, expected;
+  for (int k = 0; k < 40; k++) world += " eventOut SFVec3f o" + std::to_string(k);
+  for (int k = 0; k < 40; k += 3) sets += "o" + std::to_string(k) + " = new SFVec3f(1, 0, 0); ";
+  world += " url \"javascript: function initialize() { " + sets + "}\" }\n";
+  for (int k = 0; k < 40; k++) {
+    std::string x = "X" + std::to_string(k), o = "S.o" + std::to_string(k);
+    world += "DEF " + x + " Transform { }\n";
+    world += "ROUTE " + o + " TO " + x + ".set_translation\nROUTE " + o + " TO Y.set_translation\n";
+    if (k % 3 == 0) expected += "ROUTE " + o + " TO " + x + ".translation\nROUTE " + o + " TO Y.translation\n";
+  }
+  for (int vrml97 : {0, 1}) {
+    setRunOptions(vrml97, 0);
+    std::string written = compressedWorld(world);
+    setRunOptions(0, 0);
+    size_t routes = written.find("ROUTE ");
+    ASSERT_NE(routes, std::string::npos) << written;
+    // --vrml97 breaks a line only before the next item.
+    EXPECT_EQ(written.substr(routes), vrml97 ? expected.substr(0, expected.size() - 1) : expected);
+  }
 }
 
 }  // namespace
