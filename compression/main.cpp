@@ -65,7 +65,7 @@ namespace {
 
 RunHeap processHeap;
 Diagnostics processDiagnostics;
-RunContext processContext = {0, 0, &processHeap, &processDiagnostics, {}, {}, {}, {}, {}, 0, {}, 0, 1, 0, {}};
+RunContext processContext = {0, 0, &processHeap, &processDiagnostics, {}, {}, {}, {}, {}, 0, {}, 0, {}, 0, 1, 0, {}};
 
 Diagnostics* diagnostics() { return currentRun->diagnostics; }
 

@@ -26,6 +26,7 @@ struct VPFieldList;
 struct VPFuzzyValue;
 struct VPNode;
 struct VPSending;
+struct VPIsLink;
 struct VPRoute;
 struct VPRouteList;
 struct VPShadow;
@@ -89,6 +90,13 @@ struct FieldListIndex {
   /// By name, the position and cell of the last cell of that name.
   std::unordered_map<std::string_view, std::pair<size_t, VPFieldList*>> lastNamed;
   std::unordered_map<const VPField*, VPFieldList*> firstOfField;
+};
+
+/// The IS links of a long list by node, node field and PROTO field, each in
+/// the order of the list; cells unlinked since stay until their key's turn.
+struct IsLinkIndex {
+  long isLinksAdded = 0;  ///< RunContext::isLinksAdded when the index was made
+  std::unordered_map<std::string, std::vector<VPIsLink*>> byKey;
 };
 
 struct RouteIndex {
@@ -165,6 +173,10 @@ struct RunContext {
   /// head; an index is made again when routes have been added since.
   std::unordered_map<const VPRouteList* const*, RouteIndex> routeIndexes;
   long routesAdded = 0;
+  /// The indexes of long IS link lists, by the list's head; made again when
+  /// links have been added since.
+  std::unordered_map<VPIsLink* const*, IsLinkIndex> isLinkIndexes;
+  long isLinksAdded = 0;
   unsigned traversal = 1;  ///< the running traversal: the mark that visit() sets
   unsigned reachWalks = 0;  ///< the walks that collected nodes by their reach marks
   /// By script program, the first of its functions of each name.

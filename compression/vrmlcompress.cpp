@@ -126,12 +126,24 @@ void VPFile::addStandIns() {
   });
 }
 
+void pushIsLink(VPIsLink** list, VPField* protoField, VPNode* node, VPField* nodeField) {
+  VPIsLink* cell = newRecord<VPIsLink>();
+  *cell = {*list, protoField, node, nodeField, list};
+  if (cell->next != nullptr) cell->next->link = &cell->next;
+  *list = cell;
+  currentRun->isLinksAdded++;
+}
+
+void unlinkIsLinkCell(VPIsLink* cell) {
+  CHECK(*cell->link == cell);
+  *cell->link = cell->next;
+  if (cell->next != nullptr) cell->next->link = cell->link;
+  cell->link = nullptr;
+}
+
 void VPNode::addIsLink(VPFieldList* field) {
   CHECK(field->redirect != NULL);
-  VPNode* proto = field->redirect->proto;
-  VPIsLink* link = newRecord<VPIsLink>();
-  *link = {proto->isLinks, field->redirect->field, this, field->field};
-  proto->isLinks = link;
+  pushIsLink(&field->redirect->proto->isLinks, field->redirect->field, this, field->field);
 }
 
 // One cell of a node's field list: its IS, and the nodes it holds.
@@ -388,9 +400,7 @@ VPFieldList* VPNode::copyFieldList(VPNode* newNode, VPFieldList* cells) {
       } else {
         copy->redirect = cell->redirect;
       }
-      VPIsLink* link = newRecord<VPIsLink>();
-      *link = {other.generic.isLinks, cell->redirect->field, newNode, cell->field};
-      other.generic.isLinks = link;
+      pushIsLink(&other.generic.isLinks, cell->redirect->field, newNode, cell->field);
     }
     *last = copy;
     last = &copy->next;
@@ -590,12 +600,50 @@ void unlinkRouteCell(VPRouteList* cell) {
   if (cell->next != nullptr) cell->next->link = cell->link;
 }
 
+// Lists shorter than this are walked.
+constexpr int kIndexedLinks = 32;
+
+std::string isLinkKey(const VPNode* node, const VPField* nodeField, const VPField* protoField) {
+  const void* parts[] = {node, nodeField, protoField};
+  return std::string(reinterpret_cast<const char*>(parts), sizeof parts);
+}
+
+IsLinkIndex& isLinkIndexOf(VPIsLink** list) {
+  IsLinkIndex& index = currentRun->isLinkIndexes[list];
+  if (index.byKey.empty() || index.isLinksAdded != currentRun->isLinksAdded) {
+    index = IsLinkIndex();
+    index.isLinksAdded = currentRun->isLinksAdded;
+    for (VPIsLink* cell = *list; cell != nullptr; cell = cell->next) {
+      index.byKey[isLinkKey(cell->node, cell->nodeField, cell->protoField)].push_back(cell);
+    }
+  }
+  return index;
+}
+
+bool isLongLinkList(const VPIsLink* list) {
+  int length = 0;
+  for (; list != nullptr; list = list->next) {
+    if (++length >= kIndexedLinks) return true;
+  }
+  return false;
+}
+
+// Unlinks the first link of the list between the node's field and the PROTO
+// field; a long list through its index, so that many IS links leave one list
+// in time linear in their number.
 bool unlinkIsLink(VPIsLink** list, const VPNode* node, const VPField* nodeField,
                   const VPField* protoField) {
-  for (VPIsLink** link = list; *link != nullptr; link = &(*link)->next) {
-    VPIsLink* cell = *link;
+  if (isLongLinkList(*list)) {
+    std::vector<VPIsLink*>& links = isLinkIndexOf(list).byKey[isLinkKey(node, nodeField, protoField)];
+    auto linked = std::find_if(links.begin(), links.end(), [](VPIsLink* cell) { return cell->link != nullptr; });
+    if (linked == links.end()) return false;
+    unlinkIsLinkCell(*linked);
+    links.erase(links.begin(), linked + 1);
+    return true;
+  }
+  for (VPIsLink* cell = *list; cell != nullptr; cell = cell->next) {
     if (cell->node == node && cell->nodeField == nodeField && cell->protoField == protoField) {
-      *link = cell->next;  // records live in the run's arena
+      unlinkIsLinkCell(cell);  // records live in the run's arena
       return true;
     }
   }
@@ -741,7 +789,7 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
       }
       int childHadField = linkCell->node->removeField(linkCell->nodeField, field);
       CHECK(childHadField);
-      *isLink = linkCell->next;
+      unlinkIsLinkCell(linkCell);
     }
   }
   // --vrml97: an exposedField of a node may have a second cell, as set_x IS a
@@ -762,7 +810,7 @@ void VPNode::removeProtoField(VPField* field) {
     }
     int fieldFound = cell->node->removeField(cell->nodeField, field);
     CHECK(fieldFound);
-    *link = cell->next;
+    unlinkIsLinkCell(cell);
   }
 }
 

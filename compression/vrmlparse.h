@@ -145,7 +145,13 @@ struct VPIsLink {
   VPField* protoField;
   VPNode* node;
   VPField* nodeField;
+  VPIsLink** link;  ///< what points at this cell: the head of the list or the cell before; NULL once unlinked
 };
+
+/// Puts a new IS link at the head of the list.
+void pushIsLink(VPIsLink** list, VPField* protoField, VPNode* node, VPField* nodeField);
+/// Takes the cell out of its list.
+void unlinkIsLinkCell(VPIsLink* cell);
 
 struct JSParser;
 struct VPFuzzyValue;

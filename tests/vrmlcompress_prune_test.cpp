@@ -48,4 +48,20 @@ TEST(Removal, RoutesOfDeadFieldsLeaveLongListsInOrder) {
   }
 }
 
+// A parameter that every instance gives one value becomes that value at each
+// IS to it, in a short body and in one whose IS links fill long lists.
+TEST(Removal, AConstantParameterLeavesEveryIsOfItsLinks) {
+  for (int count : {2, 40}) {
+    std::string body, expected;
+    for (int i = 0; i < count; i++) {
+      body += " Transform { translation IS t }";
+      expected += "Transform {\ntranslation 1 2 3\n}\n";
+    }
+    EXPECT_EQ(compressedWorld("PROTO Q [ exposedField SFVec3f t 0 0 0 ] { Group { children [" + body +
+                              " ] } }\nQ { t 1 2 3 }\n"),
+              "#VRML V2.0 utf8\nPROTO Q [\n] {\nGroup {\nchildren [\n" + expected + "]\n}\n}\nQ {\n}\n")
+        << count;
+  }
+}
+
 }  // namespace
