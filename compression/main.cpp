@@ -887,8 +887,8 @@ class StackThread {
  public:
   // Under a limit of address space the stack is the largest that the limit
   // leaves, down to two segments.
-  StackThread() {
-    for (size_t size = kPassStackSize; !startWithStack(size); size /= 2) {
+  explicit StackThread(size_t largest) {
+    for (size_t size = largest; !startWithStack(size); size /= 2) {
       if (size <= 2 * kStackSegment) throw std::bad_alloc();
     }
   }
@@ -970,7 +970,9 @@ void runOnNextSegment(void (*call)(void*), void* data) {
     void (*call)(void*);
     void* data;
   } hop = {currentRun, call, data};
-  static thread_local StackThread nextSegment;
+  // A segment goes on to the next after kStackSegment; the rest of its stack
+  // is for the frames between two steps of a recursion.
+  static thread_local StackThread nextSegment(8 * kStackSegment);
   nextSegment.run(
       [](void* hopData) {
         Hop* onward = static_cast<Hop*>(hopData);
@@ -990,7 +992,7 @@ void runOnPassStack(Run* run) {
   passThread(run);
 #else
   runUntilStopped(run, [run]() {
-    static thread_local StackThread passes;
+    static thread_local StackThread passes(kPassStackSize);
     passes.run([](void* data) { passThread(data); }, run);
   });
 #endif

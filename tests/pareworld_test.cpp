@@ -209,4 +209,25 @@ TEST(PareWorld, UnderAnAddressSpaceLimitAWorldRunsOrStopsInOrder) {
 #endif
 }
 
+// Each segment of a deep recursion reserves a stack of its own, so under a
+// limit of address space (4 GB, twice the passes' stack) a script expression
+// 200,000 parentheses deep, which takes some hundreds of MB of stack, is pared.
+TEST(PareWorld, UnderAnAddressSpaceLimitADeepRecursionFindsItsStacks) {
+#ifdef WORLDPARE_SANITIZE
+  GTEST_SKIP() << "the sanitizers reserve more address space than the limit";
+#else
+  const std::string deep(200000, '(');
+  const std::string world = "#VRML V2.0 utf8\nScript { url \"javascript: function f(a) { return " +
+                            deep + "a" + std::string(deep.size(), ')') + "; }\" }\n";
+  auto run = [&world]() {
+    rlimit limit = {rlim_t(4) << 30, RLIM_INFINITY};
+    setrlimit(RLIMIT_AS, &limit);
+    Outcome outcome = pared(world, {});
+    fputs(outcome.messages.c_str(), stderr);
+    exit(outcome.status & 0xff);
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(1), "^$");
+#endif
+}
+
 }  // namespace
