@@ -56,6 +56,15 @@ struct ScriptEvents {
   std::unordered_set<std::string> unknownNames;
 };
 
+/// The records of a node with many, by field: in step with the node's first
+/// record, as records come only at the head of the list, except while the
+/// merges of shadows build a body node's list (CascadeState::recordListEdits).
+struct RecordIndex {
+  const VPFuzzyValue* head = nullptr;
+  long edits = -1;
+  std::unordered_map<const VPField*, VPFuzzyValue*> byField;
+};
+
 /// What the cascade counts and keeps while it simulates.
 struct CascadeState {
   int fuzzyChangeCount = 0;   ///< new records made by storeEvent: the measure of progress
@@ -74,6 +83,8 @@ struct CascadeState {
   /// (NULL: the field has no link). Keyed by node, field and mapShadows.
   bool linkedValuesKept = false;
   std::unordered_map<LinkedValueKey, VPFuzzyValue*, LinkedValueKeyHash> linkedValues;
+  std::unordered_map<const VPNode*, RecordIndex> recordIndexes;
+  long recordListEdits = 0;  ///< lists of records built by merges of shadows
 };
 
 /// Where each name and each field first stands in a long field list, so that

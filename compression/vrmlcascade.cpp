@@ -465,9 +465,47 @@ void enterScript(JSParser* program, Entry entry) {
 
 }  // namespace
 
+namespace {
+
+// Lists of records longer than this are looked up in an index.
+constexpr int kIndexedRecords = 32;
+
+RecordIndex& recordIndexOf(VPNode* node) {
+  CascadeState& state = cascade();
+  RecordIndex& index = state.recordIndexes[node];
+  if (index.head != node->other.values || index.edits != state.recordListEdits) {
+    index.byField.clear();
+    for (VPFuzzyValue* record = node->other.values; record != nullptr; record = record->next) {
+      index.byField.emplace(record->field, record);
+    }
+    index.head = node->other.values;
+    index.edits = state.recordListEdits;
+  }
+  return index;
+}
+
+// A record new at the head of the node's list joins an index in step with the list.
+void indexNewRecord(VPNode* node, VPFuzzyValue* record) {
+  CascadeState& state = cascade();
+  auto found = state.recordIndexes.find(node);
+  if (found == state.recordIndexes.end()) return;
+  RecordIndex& index = found->second;
+  if (index.head != record->next || index.edits != state.recordListEdits) return;
+  index.byField[record->field] = record;
+  index.head = record;
+}
+
+}  // namespace
+
 VPFuzzyValue* VPNode::findFuzzy(const VPField* field) {
+  int walked = 0;
   for (VPFuzzyValue* record = other.values; record != nullptr; record = record->next) {
     if (record->field == field) return record;
+    if (++walked == kIndexedRecords) {
+      RecordIndex& index = recordIndexOf(this);
+      auto found = index.byField.find(field);
+      return found != index.byField.end() ? found->second : nullptr;
+    }
   }
   return nullptr;
 }
@@ -528,6 +566,7 @@ void VPNode::storeEvent(VPFuzzyValue* eventData) {
     fuzzy = new VPFuzzyValue(field);
     fuzzy->next = other.values;
     other.values = fuzzy;
+    indexNewRecord(this, fuzzy);
     seedRecord(this, fuzzy);
   }
   if (field->holdsNodes()) CHECK(eventData->valueKnown && fuzzy->valueKnown);
@@ -811,12 +850,9 @@ bool arrives(const VPNode* node, const VPField* field) {
 
 // An event that leaves a field no route leaves, and that no interface around
 // shares, would do nothing at all when delivered.
-bool goesNowhere(const VPNode* node, const VPField* field) {
+bool goesNowhere(VPNode* node, const VPField* field) {
   if (arrives(node, field) || (passesOn(field) && node->other.shadowRoot != nullptr)) return false;
-  for (const VPRouteList* cell = node->other.routesOut; cell != nullptr; cell = cell->next) {
-    if (cell->route->sourceField == field) return false;
-  }
-  return true;
+  return routesAt(&node->other.routesOut, field, true).empty();
 }
 
 }  // namespace
@@ -1251,9 +1287,7 @@ void VPNode::sendEvent(VPFuzzyValue* eventData) {
   if (vrml97Option() && isSending(this, field)) return;
   std::optional<SendingMark> sending;
   if (vrml97Option()) sending.emplace(this, field);
-  for (VPRouteList* cell = other.routesOut; cell != nullptr; cell = cell->next) {
-    VPRoute* route = cell->route;
-    if (route->sourceField != field) continue;
+  for (VPRoute* route : routesAt(&other.routesOut, field, true)) {
     CHECK(route->sourceNode == this);
     markActivity(this, routingCell(this, field), FIELD_ROUTED_OUT);
     // --vrml97: the event leaves the instances around through their eventOuts.
@@ -1684,6 +1718,7 @@ void VPNode::mergeShadows(int mergeValues) {
     CHECK(shadow->nodeType == nodeType);
     VPFuzzyValue** cursor = &other.values;
     mergeShadow(shadowIter, &cursor, mergeValues);
+    cascade().recordListEdits++;
   }
   forEachNodeIn(fields, merge);
   if (nodeType == SCRIPT) forEachNodeIn(other.script.fields, merge);

@@ -661,15 +661,6 @@ const VPField* fieldAtEnd(const VPRoute* route, bool outgoing) {
   return outgoing ? route->sourceField : route->destField;
 }
 
-void unlinkRouteAt(VPNode* node, VPRoute* route, bool outgoing) {
-  if (outgoing) {
-    CHECK(route->sourceNode == node);
-  } else {
-    CHECK(route->destNode == node);
-  }
-  unlinkRoute(route);
-}
-
 // Lists shorter than this are walked.
 constexpr int kIndexedRoutes = 32;
 
@@ -683,7 +674,7 @@ bool isLongRouteList(const VPRouteList* list) {
 
 RouteIndex& routeIndexOf(VPRouteList** list, bool outgoing) {
   RouteIndex& index = currentRun->routeIndexes[list];
-  if (index.byField.empty() || index.routesAdded != currentRun->routesAdded) {
+  if (index.routesAdded != currentRun->routesAdded || index.byField.empty()) {
     index = RouteIndex();
     index.routesAdded = currentRun->routesAdded;
     for (VPRouteList* cell = *list; cell != nullptr; cell = cell->next) {
@@ -693,32 +684,42 @@ RouteIndex& routeIndexOf(VPRouteList** list, bool outgoing) {
   return index;
 }
 
-// Unlinks every route of the list whose field at this end is `field`, in the
-// order of the list; a long list through its index, so that taking many
-// fields from one node walks its routes once. An unlink may take other routes
-// with it (the twins of a route out of an instance, which end at the same
-// field).
+// Unlinks every route of the list whose field at this end is `field`. An
+// unlink may take other routes with it (the twins of a route out of an
+// instance, which end at the same field).
 void unlinkRoutesAt(VPNode* node, VPRouteList** list, const VPField* field, bool outgoing) {
+  for (VPRoute* route : routesAt(list, field, outgoing)) {
+    if (route->outCell == nullptr) continue;
+    if (outgoing) {
+      CHECK(route->sourceNode == node);
+    } else {
+      CHECK(route->destNode == node);
+    }
+    unlinkRoute(route);
+  }
+}
+
+}  // namespace
+
+std::vector<VPRoute*> routesAt(VPRouteList** list, const VPField* field, bool outgoing) {
   if (isLongRouteList(*list)) {
     RouteIndex& index = routeIndexOf(list, outgoing);
     auto found = index.byField.find(field);
-    if (found == index.byField.end()) return;
-    std::vector<VPRoute*> routes = std::move(found->second);
-    index.byField.erase(found);
-    for (VPRoute* route : routes) {
-      if (route->outCell != nullptr) unlinkRouteAt(node, route, outgoing);
+    if (found == index.byField.end()) return {};
+    std::vector<VPRoute*> routes;
+    for (VPRoute* route : found->second) {
+      if (route->outCell != nullptr) routes.push_back(route);
     }
-    return;
+    return routes;
   }
-  VPRouteList** link = list;
-  while (VPRouteList* cell = *link) {
-    if (fieldAtEnd(cell->route, outgoing) != field) {
-      link = &cell->next;
-      continue;
-    }
-    unlinkRouteAt(node, cell->route, outgoing);
+  std::vector<VPRoute*> routes;
+  for (VPRouteList* cell = *list; cell != nullptr; cell = cell->next) {
+    if (fieldAtEnd(cell->route, outgoing) == field) routes.push_back(cell->route);
   }
+  return routes;
 }
+
+namespace {
 
 // --vrml97: a route out of an instance has a twin from each copy inside it
 // that sends the event through an IS (redirectRouteOut); the twins go with it,

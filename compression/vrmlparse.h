@@ -336,6 +336,10 @@ struct NodeCollector {
 
 /// Takes one route out of both of its lists.
 void unlinkRoute(VPRoute* route);
+/// The routes of a node's list whose field at this end (the source's when
+/// `outgoing`) is `field`, in the order of the list; a long list answers from
+/// an index by field.
+std::vector<VPRoute*> routesAt(VPRouteList** list, const VPField* field, bool outgoing);
 
 /// The text of a DEF name in reports: "(null)" when the node has none.
 inline const char* nameOrNull(const char* name) { return name != nullptr ? name : "(null)"; }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "test_util.h"
@@ -162,6 +163,49 @@ DEF S Script { field SFFloat f 0 field SFInt32 i 0 url "javascript: function x()
     EXPECT_EQ(changes, c.changes) << c.field;
     EXPECT_EQ(cells, c.cells) << c.field;
     record.freeValues();
+  }
+}
+
+// The numbers that a record allows, in order.
+std::vector<int> recordInts(VPNode* node, const char* fieldName) {
+  VPFuzzyValue* record = node->findFuzzy(node->fieldByName(fieldName));
+  std::vector<int> ints;
+  if (record == nullptr) return ints;
+  for (const VPValue* cell = record->values; cell != nullptr; cell = cell->next) ints.push_back(cell->intValue);
+  std::sort(ints.begin(), ints.end());
+  return ints;
+}
+
+// Forty eventOuts of one Script, each set once and routed to a Switch of its
+// own: each has one record, from the zero of an event and its number, and each
+// number reaches only its Switch, through long lists of records and routes.
+TEST(Records, ManyFieldsOfOneNodeEachKeepTheirOwnRecord) {
+  std::string sets, world = "DEF S Script {";
+  for (int k = 0; k < 40; k++) {
+    world += " eventOut SFInt32 o" + std::to_string(k);
+    sets += "o" + std::to_string(k) + " = " + std::to_string(k) + "; ";
+  }
+  world += " url \"javascript: function initialize() { " + sets + "}\" }\n";
+  for (int k = 0; k < 40; k++) {
+    world += "DEF W" + std::to_string(k) + " Switch { }\nROUTE S.o" + std::to_string(k) + " TO W" +
+             std::to_string(k) + ".whichChoice\n";
+  }
+  for (int vrml97 : {0, 1}) {
+    setRunOptions(vrml97, 0);
+    VPFile* file = cascadedWorld(world);
+    setRunOptions(0, 0);
+    VPNode* script = file->findNamedNode("S");
+    int records = 0;
+    for (VPFuzzyValue* record = script->other.values; record != nullptr; record = record->next) records++;
+    EXPECT_EQ(records, 40) << vrml97;
+    for (int k = 0; k < 40; k++) {
+      std::string name = std::to_string(k);
+      std::vector<int> sent = k == 0 ? std::vector<int>{0} : std::vector<int>{0, k};
+      EXPECT_EQ(recordInts(script, ("o" + name).c_str()), sent) << k << " " << vrml97;
+      EXPECT_EQ(recordInts(file->findNamedNode(("W" + name).c_str()), "whichChoice"),
+                (std::vector<int>{-1, k}))
+          << k << " " << vrml97;
+    }
   }
 }
 
