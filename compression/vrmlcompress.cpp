@@ -1300,6 +1300,9 @@ const SubtreeShape& NodeSharing::shapeOf(VPNode* node) {
   if (known != shapes.end()) return known->second;
   SubtreeShape shape = {mixHash(0, reinterpret_cast<uintptr_t>(node->other.baseProto)),
                         canShare(node), node->other.refCount == 1};
+  // A node below itself (a USE inside its own DEF) is shared with nothing:
+  // while its children are hashed it stands as one that cannot be.
+  shapes[node] = {shape.hash, false, false};
   for (VPFieldList* cell = shape.shareable ? node->fields : nullptr; cell != nullptr;
        cell = cell->next) {
     if (node->holdsDefault(cell)) continue;
