@@ -155,6 +155,27 @@ void writeDefNames(FILE* out, int n) {
   for (int i = 0; i < n; i++) fprintf(out, "DEF N%d Transform { translation %d 0 0 }\n", i, i);
 }
 
+// Switches whose second child, the next Switch, is never chosen; every 64th
+// is routed, so each unchosen child holds something that acts undrawn.
+void writeNestedSwitches(FILE* out, int n) {
+  fprintf(out, "DEF T TouchSensor {}\nDEF S Script { eventIn SFTime go field SFInt32 x 0 "
+               "eventOut SFInt32 o url \"javascript: function go(t) { x = 1 - x; o = x; }\" }\n"
+               "ROUTE T.touchTime TO S.go\n");
+  for (int i = 0; i < n; i++) fprintf(out, "DEF W%d Switch { whichChoice 0 choice [ Shape { } ", i);
+  for (int i = 0; i < n; i++) fputs("] } ", out);
+  for (int i = 0; i < n; i += 64) fprintf(out, "\nROUTE S.o TO W%d.whichChoice", i);
+  fputs("\n", out);
+}
+
+// PROTOs declared each in the body of the one before, the innermost
+// instantiated in each body.
+void writeNestedProtoDeclarations(FILE* out, int n) {
+  for (int i = 0; i < n; i++) fprintf(out, "PROTO N%d [ exposedField SFVec3f t 0 0 0 ] { ", i);
+  fputs("Transform { translation IS t }", out);
+  for (int i = n - 1; i > 0; i--) fprintf(out, " } N%d { t IS t }", i);
+  fputs(" }\nN0 { }\n", out);
+}
+
 struct Shape {
   const char* name;
   void (*write)(FILE* out, int n);
@@ -173,6 +194,8 @@ const Shape kShapes[] = {
     {"nested instances", writeNestedInstances, 12500, "--vrml97"},
     {"nested Transforms", writeNestedTransforms, 12500, nullptr},
     {"nested Scripts", writeNestedScripts, 12500, "--vrml97"},
+    {"nested Switches", writeNestedSwitches, 12500, "--vrml97"},
+    {"nested PROTOs", writeNestedProtoDeclarations, 8000, "--vrml97"},
     {"PROTO chain", writeProtoChain, 16000, nullptr},
     {"PROTO chain", writeProtoChain, 16000, "--vrml97"},
     {"DEF names", writeDefNames, 110000, nullptr},

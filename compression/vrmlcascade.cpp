@@ -1779,8 +1779,9 @@ namespace {
 // --vrml97: a dead field still keeps what it holds in the world if that can act.
 bool holdsActiveNodes(const VPFieldList* cell) {
   if (!vrml97Option() || !cell->field->holdsNodes()) return false;
+  UndrawnActivity activity;
   for (VPNodeList* value = cell->value; value != nullptr; value = value->next) {
-    if (value->node != nullptr && !value->node->canBeDropped()) return true;
+    if (value->node != nullptr && activity.below(value->node)) return true;
   }
   return false;
 }

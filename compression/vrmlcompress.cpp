@@ -801,14 +801,12 @@ int VPNode::removeField(VPField* field, VPField* protoField) {
   return cell != nullptr;
 }
 
-void VPNode::removeProtoField(VPField* field) {
+// The links are those of the field among the PROTO's IS links, in list order;
+// a link that an earlier removal took out is passed over.
+void VPNode::removeProtoField(VPField* field, const std::vector<VPIsLink*>& links) {
   forEachNode(instances, [field](VPNode* instance) { instance->removeField(field, nullptr); });
-  VPIsLink** link = &isLinks;
-  while (VPIsLink* cell = *link) {
-    if (cell->protoField != field) {
-      link = &cell->next;
-      continue;
-    }
+  for (VPIsLink* cell : links) {
+    if (cell->link == nullptr) continue;
     int fieldFound = cell->node->removeField(cell->nodeField, field);
     CHECK(fieldFound);
     unlinkIsLinkCell(cell);
@@ -857,33 +855,44 @@ void VPFile::pruneProtoInterfaces() {
   for (VPNode* proto : declarations) proto->pruneInterface();
 }
 
+namespace {
+
+// The IS links of a PROTO by interface field, in list order, as they stood
+// before its dead fields went: the removal of one field may take links of
+// others along, when it drops the nodes that hold them, but adds none.
+using LinksByField = std::unordered_map<const VPField*, std::vector<VPIsLink*>>;
+
+// An interface field stays while something happened to it, or while a body
+// field still takes its value by IS.
+bool isInterfaceFieldLive(const VPFieldList* cell, LinksByField& links) {
+  if (cell->flags & (FIELD_READ | FIELD_WRITE | FIELD_ROUTED_IN | FIELD_ROUTED_OUT)) return true;
+  if (!cell->field->hasValue()) return false;
+  const std::vector<VPIsLink*>& tied = links[cell->field];
+  return std::any_of(tied.begin(), tied.end(), [](const VPIsLink* link) { return link->link != nullptr; });
+}
+
+}  // namespace
+
 void VPNode::pruneInterface() {
   CHECK(nodeType == PROTO);
   forEachNode(body, [](VPNode* node) {
     if (node->nodeType != PROTO && node->nodeType != EXTERNPROTO) node->foldNode();
   });
   forEachNode(body, [](VPNode* node) { node->clearVisited(); });
+  LinksByField links;
+  for (VPIsLink* link = isLinks; link != nullptr; link = link->next) {
+    links[link->protoField].push_back(link);
+  }
   VPFieldList** link = &fields;
   while (VPFieldList* cell = *link) {
-    if (isInterfaceFieldLive(cell)) {
+    if (isInterfaceFieldLive(cell, links)) {
       link = &cell->next;
       continue;
     }
-    removeProtoField(cell->field);
+    removeProtoField(cell->field, links[cell->field]);
     *link = cell->next;
     currentRun->fieldCellsUnlinked++;
   }
-}
-
-// An interface field stays while something happened to it, or while a body
-// field still takes its value by IS.
-bool VPNode::isInterfaceFieldLive(const VPFieldList* cell) {
-  if (cell->flags & (FIELD_READ | FIELD_WRITE | FIELD_ROUTED_IN | FIELD_ROUTED_OUT)) return true;
-  if (!cell->field->hasValue()) return false;
-  for (const VPIsLink* link = isLinks; link != nullptr; link = link->next) {
-    if (link->protoField == cell->field) return true;
-  }
-  return false;
 }
 
 void VPNode::foldNode() {
@@ -923,11 +932,12 @@ void VPNode::foldConstantFields(VPFieldList* cells) {
  * ------------------------------------------------------------------------ */
 
 void VPFile::pruneSwitches() {
-  forEachNode(topLevel, [](VPNode* node) { node->pruneSwitchChoices(); });
+  UndrawnActivity activity;
+  forEachNode(topLevel, [&activity](VPNode* node) { node->pruneSwitchChoices(activity); });
   clearVisited();
 }
 
-void VPNode::pruneSwitchChoices() {
+void VPNode::pruneSwitchChoices(UndrawnActivity& activity) {
   auto enter = [](VPNode* node, NodeWalkSteps& walk) {
     walk.childrenIn(node->fields);
     switch (node->nodeType) {
@@ -944,12 +954,13 @@ void VPNode::pruneSwitchChoices() {
       return;
     }
   };
-  walkNodes(this, enter, [](VPNode* node, NodeWalkSteps&) { node->cutSwitchChoices(); });
+  walkNodes(this, enter,
+            [&activity](VPNode* node, NodeWalkSteps&) { node->cutSwitchChoices(activity); });
 }
 
 // Children whose index whichChoice can never hold become holes, so that every
 // other child keeps its index.
-void VPNode::cutSwitchChoices() {
+void VPNode::cutSwitchChoices(UndrawnActivity& activity) {
   VPNode* baseProto = other.baseProto;
   CHECK(baseProto->nodeType == EXTERNPROTO);
   VPField* field = fieldByName("whichChoice");
@@ -972,7 +983,7 @@ void VPNode::cutSwitchChoices() {
     if (child == nullptr || choices.count(index) != 0) {
       continue;
     }
-    if (vrml97Option() && !child->canBeDropped()) continue;
+    if (vrml97Option() && activity.below(child)) continue;
     cell->node = nullptr;
     child->dropReference();
   }
@@ -1001,11 +1012,62 @@ bool canActUndrawn(const VPNode* node) {
 
 }  // namespace
 
-// A Script, a route, a PROTO instance (whose removal does not reach its body
-// copies) or a bindable node anywhere below keeps the subtree in the world.
-bool VPNode::canBeDropped() {
-  std::vector<VPNode*> nodes = nodesBelow();
-  return std::none_of(nodes.begin(), nodes.end(), canActUndrawn);
+bool UndrawnActivity::below(VPNode* root) {
+  auto found = states.find(root);
+  if (found != states.end()) return found->second.active;
+  enter(root);
+  while (!frames.empty()) {
+    Frame& frame = frames.back();
+    State& state = states[frame.node];
+    if (frame.next < children.size()) {
+      VPNode* child = children[frame.next++];
+      auto seen = states.find(child);
+      if (seen == states.end()) {
+        enter(child);
+      } else if (seen->second.open) {
+        state.low = std::min(state.low, seen->second.order);
+      } else {
+        state.active |= seen->second.active;
+      }
+      continue;
+    }
+    VPNode* node = frame.node;
+    children.resize(frame.begin);
+    frames.pop_back();
+    if (state.low == state.order) close(node, state);
+    if (!frames.empty()) {
+      State& parent = states[frames.back().node];
+      parent.low = std::min(parent.low, state.low);
+      parent.active |= state.active;
+    }
+  }
+  return states[root].active;
+}
+
+void UndrawnActivity::enter(VPNode* node) {
+  unsigned order = static_cast<unsigned>(states.size());
+  states[node] = {order, order, true, canActUndrawn(node)};
+  openNodes.push_back(node);
+  size_t begin = children.size();
+  auto push = [this](VPNode* child) { children.push_back(child); };
+  forEachNodeIn(node->fields, push);
+  if (node->nodeType == VPNode::SCRIPT) forEachNodeIn(node->other.script.fields, push);
+  frames.push_back({node, begin, begin});
+}
+
+// The nodes of one component reach each other, so they share one answer.
+void UndrawnActivity::close(VPNode* root, State& rootState) {
+  size_t first = openNodes.size();
+  do {
+    first--;
+    rootState.active |= states[openNodes[first]].active;
+  } while (openNodes[first] != root);
+  for (size_t i = first; i < openNodes.size(); i++) {
+    State& state = states[openNodes[i]];
+    state.open = false;
+    state.active = rootState.active;
+  }
+  openNodes.resize(first);
 }
 
 void VPFile::dropDefNames() {
@@ -1057,17 +1119,13 @@ namespace {
 enum { kValuesSeen = 1, kHeld = 2 };
 
 // A node whose values go where the simulation does not follow them: a Script,
-// an instance of an EXTERNPROTO of the input, whose body may hold one, and a
-// stand-in, which another world may route to its Scripts.
-bool isSightSeed(const VPNode* node, const VPNodeList* standIns) {
+// and an instance of an EXTERNPROTO of the input, whose body may hold one.
+// So do the stand-ins, which another world may route to its Scripts.
+bool isSightSeed(const VPNode* node) {
   if (node->nodeType == VPNode::SCRIPT) return true;
   if (node->nodeType != VPNode::OTHER) return false;
   const VPNode* type = node->other.baseProto;
-  if (type->nodeType == VPNode::EXTERNPROTO && !type->isBuiltin) return true;
-  for (const VPNodeList* cell = standIns; cell != nullptr; cell = cell->next) {
-    if (cell->node == node) return true;
-  }
-  return false;
+  return type->nodeType == VPNode::EXTERNPROTO && !type->isBuiltin;
 }
 
 // What a Script that sees this node's values, or holds it, sees too: the
@@ -1131,8 +1189,9 @@ void VPFile::markScriptSight() {
     work.push_back(node);
   };
   for (VPNode* node : nodes) {
-    if (isSightSeed(node, standIns)) see(node, kHeld);
+    if (isSightSeed(node)) see(node, kHeld);
   }
+  forEachNode(standIns, [&see](VPNode* node) { see(node, kHeld); });
   while (!work.empty()) {
     VPNode* node = work.back();
     work.pop_back();

@@ -1371,6 +1371,7 @@ std::string_view builtinDeclaration(const char* name) {
 VPFile::VPFile() {
   protos = new StringTable(kFirstBucketCount, nullptr);
   namedNodes = new StringTable(kFirstBucketCount, nullptr);
+  localProtos = new StringTable(kFirstBucketCount, nullptr);
 }
 
 // The standard nodes are declared when the world first names one: a world
@@ -1781,11 +1782,8 @@ void VPFile::addNestedDeclaration(VPNodeList* declaration) {
 // A PROTO declared in a PROTO body is known in that body alone, before the
 // PROTOs around it.
 VPNode* VPFile::findProto(const char* name) {
-  for (auto scope = localProtos.rbegin(); scope != localProtos.rend(); ++scope) {
-    if (StringTable::Entry* entry = (*scope)->findString(name)) {
-      return static_cast<VPNode*>(entry->data);
-    }
-  }
+  StringTable::Entry* local = localProtos->findString(name);
+  if (local != nullptr && local->data != nullptr) return static_cast<VPNode*>(local->data);
   StringTable::Entry* entry = findTopProto(name);
   return entry != nullptr ? static_cast<VPNode*>(entry->data) : nullptr;
 }
@@ -1795,13 +1793,27 @@ VPNode* VPFile::findProto(const char* name) {
 bool VPFile::declareProto(VPNode* proto) {
   StringTable::Entry* builtin = findTopProto(proto->name);
   if (builtin != nullptr && static_cast<VPNode*>(builtin->data)->isBuiltin) return false;
-  StringTable* scope = localProtos.empty() ? protos : localProtos.back();
-  if (StringTable::Entry* entry = scope->findString(proto->name)) {
-    entry->data = proto;
-  } else {
-    scope->addString(proto->name, proto);
+  if (localScopes.empty()) {
+    if (StringTable::Entry* entry = protos->findString(proto->name)) {
+      entry->data = proto;
+    } else {
+      protos->addString(proto->name, proto);
+    }
+    return true;
   }
+  StringTable::Entry* entry = localProtos->findString(proto->name);
+  if (entry == nullptr) entry = localProtos->addString(proto->name, nullptr);
+  localScopes.back().push_back({entry, entry->data});
+  entry->data = proto;
   return true;
+}
+
+void VPFile::endLocalScope() {
+  std::vector<HiddenProto>& hidden = localScopes.back();
+  for (auto shadow = hidden.rbegin(); shadow != hidden.rend(); ++shadow) {
+    shadow->entry->data = shadow->outer;
+  }
+  localScopes.pop_back();
 }
 
 namespace {
@@ -2045,13 +2057,12 @@ VPNodeList* VPFile::parseProto() {
   StringTable* outerNamedNodes = currentProtoNamedNodes;
   currentProto = proto;
   currentProtoNamedNodes = new StringTable(kFirstBucketCount, nullptr);
-  localProtos.push_back(new StringTable(kFirstBucketCount, nullptr));
+  localScopes.emplace_back();
   hiddenNodes.emplace_back();
   parseItems(this, &proto->body);
   renameHiddenNodes(currentProtoNamedNodes);
   hiddenNodes.pop_back();
-  delete localProtos.back();
-  localProtos.pop_back();
+  endLocalScope();
   delete currentProtoNamedNodes;
   currentProtoNamedNodes = outerNamedNodes;
   currentProto = outerProto;

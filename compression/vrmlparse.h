@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "main.h"
@@ -14,6 +15,7 @@
 
 struct VPNode;
 struct VPFieldList;
+class UndrawnActivity;
 
 /// Where something began in the input text: a line from 1 and a column that
 /// counts bytes from 1. Numbers, not pointers: the text may be gone when a
@@ -282,21 +284,17 @@ struct VPNode {
 
   // Removal (vrmlcompress.cpp).
   int removeField(VPField* field, VPField* protoField);
-  void removeProtoField(VPField* field);
+  void removeProtoField(VPField* field, const std::vector<VPIsLink*>& links);
   void removeIsLink(VPFieldList* cell);
   void dropReference();
 
   // Pruning after the cascade (vrmlcompress.cpp).
   void foldNode();
   void foldConstantFields(VPFieldList* cells);
-  void pruneSwitchChoices();
+  void pruneSwitchChoices(UndrawnActivity& activity);
   void dropDefName();
-  /// --vrml97: whether nothing in this subtree can act when it is not drawn.
-  bool canBeDropped();
   /// On a PROTO: folds constant parameters into the body, removes dead fields.
   void pruneInterface();
-  /// On a PROTO: whether the interface field is still used or tied by IS.
-  bool isInterfaceFieldLive(const VPFieldList* cell);
 
  private:
   void writeDeclaration(FILE* stream);
@@ -317,7 +315,7 @@ struct VPNode {
   void runScriptFunction(VPFuzzyValue* eventData);
   void simulateOpaqueScript();
   bool isOpaqueScript() const;
-  void cutSwitchChoices();
+  void cutSwitchChoices(UndrawnActivity& activity);
 };
 
 /// The nodes of one walk, each once, in the order met: a walk marks the
@@ -332,6 +330,38 @@ struct NodeCollector {
   bool add(VPNode* node);
   /// Adds the nodes in the fields of the nodes collected, and theirs in turn.
   void addBelow();
+};
+
+/// --vrml97: whether a node or any node in its fields, and theirs in turn, can
+/// act without being drawn (a Script, a route, a PROTO instance whose removal
+/// does not reach its body copies, a bindable node). One search of strongly
+/// connected components answers every node that it meets, so asking under
+/// each of n nested nodes costs O(n), and a node used inside itself ends it.
+/// The answers hold while no node gains or loses a way to act, as when a pass
+/// only cuts subtrees that cannot act.
+class UndrawnActivity {
+ public:
+  bool below(VPNode* root);
+
+ private:
+  struct State {
+    unsigned order;  ///< in which the search entered the node
+    unsigned low;    ///< the least order that the node reaches among open nodes
+    bool open;       ///< its component is not yet closed
+    bool active;
+  };
+  struct Frame {
+    VPNode* node;
+    size_t begin;  ///< its children in `children` start here...
+    size_t next;   ///< ...and are taken up to here
+  };
+  std::unordered_map<VPNode*, State> states;
+  std::vector<VPNode*> openNodes;
+  std::vector<Frame> frames;
+  std::vector<VPNode*> children;
+
+  void enter(VPNode* node);
+  void close(VPNode* root, State& rootState);
 };
 
 /// Takes one route out of both of its lists.
@@ -444,8 +474,16 @@ struct VPFile {
   /// --vrml97: an unwritten instance of each PROTO that the file never instantiates,
   /// simulated as another world could use it (vrmlcompress.cpp, vrmlcascade.cpp).
   VPNodeList* standIns = nullptr;
-  /// --vrml97: the PROTOs declared in each PROTO body now being read, innermost last.
-  std::vector<StringTable*> localProtos;
+  /// --vrml97: a PROTO declared in a PROTO body hides the PROTO of its name
+  /// until the body ends. localProtos holds the innermost declaration of
+  /// each name; each body being read keeps what its declarations hid,
+  /// innermost last, so that one lookup finds a name however deep the bodies.
+  StringTable* localProtos;
+  struct HiddenProto {
+    StringTable::Entry* entry;  ///< of localProtos
+    void* outer;                ///< its datum before the declaration
+  };
+  std::vector<std::vector<HiddenProto>> localScopes;
   /// --vrml97: PROTOs declared among the fields of the node being read.
   VPNodeList* nestedDeclarations = nullptr;
   /// --vrml97: nodes whose DEF name a later DEF took, by scope, innermost last.
@@ -546,6 +584,8 @@ struct VPFile {
   void enterNodeName(char* nodeName, VPNode* node);
   VPNode* findProto(const char* name);
   bool declareProto(VPNode* proto);
+  /// Gives back the names that the declarations of the body just read hid.
+  void endLocalScope();
   void addNestedDeclaration(VPNodeList* declaration);
   void parseScriptFields(VPNode* node, VPFieldList* declared);
   void nameNode(VPNode* node, char* nodeName);
