@@ -53,7 +53,7 @@ struct LinkedValueKeyHash {
 struct ScriptEvents {
   int changeCount = 0;  ///< the fuzzyChangeCount of every record in the list
   VPEventRecord** tail = nullptr;
-  std::unordered_set<std::string> unknownNames;
+  std::unordered_set<std::string_view> unknownNames;  ///< field names, which last as long as the run
 };
 
 /// The records of a node with many, by field: in step with the node's first

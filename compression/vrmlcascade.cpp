@@ -1459,10 +1459,13 @@ void keepLinkedValues(bool keep) {
 }  // namespace
 
 void VPFile::runCascade() {
-  auto overTopLevel = [this](void (VPNode::*pass)()) {
-    forEachNode(topLevel, [pass](VPNode* node) { (node->*pass)(); });
-    forEachNode(standIns, [pass](VPNode* node) { (node->*pass)(); });
+  auto forTopLevel = [this](auto visit) {
+    forEachNode(topLevel, visit);
+    forEachNode(standIns, visit);
     clearVisited();
+  };
+  auto overTopLevel = [&forTopLevel](void (VPNode::*pass)()) {
+    forTopLevel([pass](VPNode* node) { (node->*pass)(); });
   };
   auto overProtos = [this](int mergeValues) {
     forEachNode(allProtos, [mergeValues](VPNode* proto) { proto->mergeShadows(mergeValues); });
@@ -1494,7 +1497,8 @@ void VPFile::runCascade() {
   overTopLevel(&VPNode::simulateNodeEvents);
   forEachNode(standIns, [](VPNode* standIn) { standIn->simulateAnyUse(); });
   overProtos(0);
-  overTopLevel(&VPNode::nukeDeadScriptFields);
+  UndrawnActivity activity;
+  forTopLevel([&activity](VPNode* node) { node->nukeDeadScriptFields(activity); });
 }
 
 namespace {
@@ -1777,9 +1781,10 @@ void VPNode::clearSimulation() {
 namespace {
 
 // --vrml97: a dead field still keeps what it holds in the world if that can act.
-bool holdsActiveNodes(const VPFieldList* cell) {
+// The answers hold for the whole pass: a dead field has no routes, and what it
+// drops can act in no way.
+bool holdsActiveNodes(const VPFieldList* cell, UndrawnActivity& activity) {
   if (!vrml97Option() || !cell->field->holdsNodes()) return false;
-  UndrawnActivity activity;
   for (VPNodeList* value = cell->value; value != nullptr; value = value->next) {
     if (value->node != nullptr && activity.below(value->node)) return true;
   }
@@ -1788,23 +1793,23 @@ bool holdsActiveNodes(const VPFieldList* cell) {
 
 }  // namespace
 
-void VPNode::nukeDeadScriptFields() {
+void VPNode::nukeDeadScriptFields(UndrawnActivity& activity) {
   auto enter = [](VPNode* node, NodeWalkSteps& walk) {
     walk.childrenIn(node->fields);
     if (node->nodeType == PROTO) walk.children(node->body);
     if (node->nodeType == SCRIPT && !node->other.script.program->opaque) walk.leave();
   };
-  walkNodes(this, enter, [](VPNode* node, NodeWalkSteps& walk) {
-    node->nukeOwnDeadFields();
+  walkNodes(this, enter, [&activity](VPNode* node, NodeWalkSteps& walk) {
+    node->nukeOwnDeadFields(activity);
     walk.childrenIn(node->other.script.fields);
   });
 }
 
-void VPNode::nukeOwnDeadFields() {
+void VPNode::nukeOwnDeadFields(UndrawnActivity& activity) {
   VPFieldList* cell = other.script.fields;
   while (cell != nullptr) {
     VPFieldList* next = cell->next;
-    if ((cell->flags & kActivityMask) == 0 && !holdsActiveNodes(cell)) {
+    if ((cell->flags & kActivityMask) == 0 && !holdsActiveNodes(cell, activity)) {
       if (cell->redirect != nullptr) removeIsLink(cell);
       int fieldNuked = removeField(cell->field, nullptr);
       CHECK(fieldNuked);

@@ -744,67 +744,117 @@ void unlinkRoute(VPRoute* route) {
   route->outCell = route->inCell = nullptr;
 }
 
+FieldSet::FieldSet(VPField* field) : inOrder(1, field) {}
+
+void FieldSet::add(VPField* field) {
+  inOrder.push_back(field);
+  if (inOrder.size() == kHashedFields) members.insert(inOrder.begin(), inOrder.end());
+  if (inOrder.size() > kHashedFields) members.insert(field);
+}
+
+bool FieldSet::contains(const VPField* field) const {
+  if (inOrder.size() >= kHashedFields) return members.count(field) != 0;
+  return std::find(inOrder.begin(), inOrder.end(), field) != inOrder.end();
+}
+
 int VPNode::removeField(VPField* field, VPField* protoField) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
+  if (protoField == nullptr) return removeFields(FieldSet(field));
   VPFieldList** link = nodeType == OTHER ? &fields : &other.script.fields;
-  // --vrml97: a field that goes from a node takes the IS links of its cells
-  // along, as that of an instance in another PROTO's body.
-  if (vrml97Option() && protoField == nullptr) {
-    for (VPFieldList* cell = *link; cell != nullptr; cell = cell->next) {
-      if (cell->field != field) continue;
-      if (cell->redirect != nullptr) removeIsLink(cell);
-      if (nodeType == SCRIPT) break;  // its interface declares each field once
-    }
-  }
   while (*link != nullptr && !((*link)->field == field && redirectedField(*link) == protoField)) {
     link = &(*link)->next;
   }
   VPFieldList* cell = *link;
-  if (cell != nullptr && protoField != nullptr && nodeType == SCRIPT) {
+  if (cell != nullptr && nodeType == SCRIPT) {
     cell->redirect = nullptr;
     return 1;
   }
   if (cell != nullptr) {
-    if (field->holdsNodes()) forEachNode(cell->value, [](VPNode* node) { node->dropReference(); });
-    *link = cell->next;
-    currentRun->fieldCellsUnlinked++;
-  } else if (protoField != nullptr) {
+    unlinkFieldCell(link);
+  } else {
     requireNoRedirect(protoField);
   }
   // --vrml97: through an IS link only the IS goes; the node keeps its field,
   // with its routes and, on an instance, what its body does with it.
-  if (vrml97Option() && protoField != nullptr) return 1;
-  if (protoField != nullptr && protoField->theClass != field->theClass) {
+  if (vrml97Option()) return 1;
+  if (protoField->theClass != field->theClass) {
     CHECK(field->theClass == VPField::EXPOSED_FIELD);
     return 1;
   }
   unlinkRoutesAt(this, &other.routesIn, field, false);
   unlinkRoutesAt(this, &other.routesOut, field, true);
-  if (isProtoInstance()) {
-    requireNoRedirect(protoField);
-    VPIsLink** isLink = &other.generic.isLinks;
-    while (VPIsLink* linkCell = *isLink) {
-      if (linkCell->protoField != field) {
-        isLink = &linkCell->next;
-        continue;
-      }
-      int childHadField = linkCell->node->removeField(linkCell->nodeField, field);
-      CHECK(childHadField);
-      unlinkIsLinkCell(linkCell);
-    }
-  }
-  // --vrml97: an exposedField of a node may have a second cell, as set_x IS a
-  // beside x_changed IS b.
-  if (vrml97Option() && protoField == nullptr && cell != nullptr && nodeType == OTHER) {
-    removeField(field, nullptr);
-  }
+  if (isProtoInstance()) requireNoRedirect(protoField);
   return cell != nullptr;
+}
+
+// The cell goes, and with it its hold on the nodes it holds.
+void VPNode::unlinkFieldCell(VPFieldList** link) {
+  VPFieldList* cell = *link;
+  if (cell->field->holdsNodes()) forEachNode(cell->value, [](VPNode* node) { node->dropReference(); });
+  *link = cell->next;
+  currentRun->fieldCellsUnlinked++;
+}
+
+// The fields go from the node with their routes and, on an instance, with what
+// its body copies take from them by IS. One walk of each list serves them all.
+// A field's first cell that is not tied by IS goes; under --vrml97 the IS links
+// of its cells go first, as those of an instance in another PROTO's body, and
+// every cell of it goes from an instance, where an exposedField may have a
+// second cell (set_x IS a beside x_changed IS b).
+int VPNode::removeFields(const FieldSet& gone) {
+  VPFieldList** head = nodeType == OTHER ? &fields : &other.script.fields;
+  if (vrml97Option()) removeIsLinksOf(gone, *head);
+  bool everyCell = vrml97Option() && nodeType == OTHER;
+  size_t firstsLeft = gone.inOrder.size();
+  FieldSet removed;
+  VPFieldList** link = head;
+  while (*link != nullptr && (everyCell || firstsLeft != 0)) {
+    VPFieldList* cell = *link;
+    if (cell->redirect != nullptr || !gone.contains(cell->field) ||
+        (!everyCell && removed.contains(cell->field))) {
+      link = &cell->next;
+      continue;
+    }
+    if (!removed.contains(cell->field)) {
+      removed.add(cell->field);
+      firstsLeft--;
+    }
+    unlinkFieldCell(link);
+  }
+  for (VPField* field : gone.inOrder) {
+    unlinkRoutesAt(this, &other.routesIn, field, false);
+    unlinkRoutesAt(this, &other.routesOut, field, true);
+  }
+  if (isProtoInstance()) removeCopiedFields(gone);
+  return !removed.inOrder.empty();
+}
+
+// A Script's interface declares each field once: the walk ends at the last.
+void VPNode::removeIsLinksOf(const FieldSet& gone, VPFieldList* cells) {
+  size_t seen = 0;
+  for (VPFieldList* cell = cells; cell != nullptr; cell = cell->next) {
+    if (!gone.contains(cell->field)) continue;
+    if (cell->redirect != nullptr) removeIsLink(cell);
+    if (nodeType == SCRIPT && ++seen == gone.inOrder.size()) break;
+  }
+}
+
+void VPNode::removeCopiedFields(const FieldSet& gone) {
+  VPIsLink** isLink = &other.generic.isLinks;
+  while (VPIsLink* linkCell = *isLink) {
+    if (!gone.contains(linkCell->protoField)) {
+      isLink = &linkCell->next;
+      continue;
+    }
+    int childHadField = linkCell->node->removeField(linkCell->nodeField, linkCell->protoField);
+    CHECK(childHadField);
+    unlinkIsLinkCell(linkCell);
+  }
 }
 
 // The links are those of the field among the PROTO's IS links, in list order;
 // a link that an earlier removal took out is passed over.
-void VPNode::removeProtoField(VPField* field, const std::vector<VPIsLink*>& links) {
-  forEachNode(instances, [field](VPNode* instance) { instance->removeField(field, nullptr); });
+void VPNode::removeLinkedFields(VPField* field, const std::vector<VPIsLink*>& links) {
   for (VPIsLink* cell : links) {
     if (cell->link == nullptr) continue;
     int fieldFound = cell->node->removeField(cell->nodeField, field);
@@ -873,6 +923,9 @@ bool isInterfaceFieldLive(const VPFieldList* cell, LinksByField& links) {
 
 }  // namespace
 
+// The dead fields go from the instances, then from the body, then from the
+// interface. What keeps a field alive does not change as others go: no
+// removal takes an IS link of the PROTO's own body along.
 void VPNode::pruneInterface() {
   CHECK(nodeType == PROTO);
   forEachNode(body, [](VPNode* node) {
@@ -883,13 +936,19 @@ void VPNode::pruneInterface() {
   for (VPIsLink* link = isLinks; link != nullptr; link = link->next) {
     links[link->protoField].push_back(link);
   }
+  FieldSet dead;
+  for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) {
+    if (!isInterfaceFieldLive(cell, links)) dead.add(cell->field);
+  }
+  if (dead.inOrder.empty()) return;
+  forEachNode(instances, [&dead](VPNode* instance) { instance->removeFields(dead); });
+  for (VPField* field : dead.inOrder) removeLinkedFields(field, links[field]);
   VPFieldList** link = &fields;
   while (VPFieldList* cell = *link) {
-    if (isInterfaceFieldLive(cell, links)) {
+    if (!dead.contains(cell->field)) {
       link = &cell->next;
       continue;
     }
-    removeProtoField(cell->field, links[cell->field]);
     *link = cell->next;
     currentRun->fieldCellsUnlinked++;
   }

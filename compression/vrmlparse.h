@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "main.h"
@@ -16,6 +17,7 @@
 struct VPNode;
 struct VPFieldList;
 class UndrawnActivity;
+struct FieldSet;
 
 /// Where something began in the input text: a line from 1 and a column that
 /// counts bytes from 1. Numbers, not pointers: the text may be gone when a
@@ -279,12 +281,12 @@ struct VPNode {
   void pruneScripts();
   void pruneOwnScript();
   void clearSimulation();
-  void nukeDeadScriptFields();
-  void nukeOwnDeadFields();
+  void nukeDeadScriptFields(UndrawnActivity& activity);
+  void nukeOwnDeadFields(UndrawnActivity& activity);
 
   // Removal (vrmlcompress.cpp).
   int removeField(VPField* field, VPField* protoField);
-  void removeProtoField(VPField* field, const std::vector<VPIsLink*>& links);
+  int removeFields(const FieldSet& gone);
   void removeIsLink(VPFieldList* cell);
   void dropReference();
 
@@ -316,6 +318,10 @@ struct VPNode {
   void simulateOpaqueScript();
   bool isOpaqueScript() const;
   void cutSwitchChoices(UndrawnActivity& activity);
+  void unlinkFieldCell(VPFieldList** link);
+  void removeIsLinksOf(const FieldSet& gone, VPFieldList* cells);
+  void removeCopiedFields(const FieldSet& gone);
+  void removeLinkedFields(VPField* field, const std::vector<VPIsLink*>& links);
 };
 
 /// The nodes of one walk, each once, in the order met: a walk marks the
@@ -330,6 +336,18 @@ struct NodeCollector {
   bool add(VPNode* node);
   /// Adds the nodes in the fields of the nodes collected, and theirs in turn.
   void addBelow();
+};
+
+/// Fields that leave a node together, in order; a long set answers by hash.
+struct FieldSet {
+  std::vector<VPField*> inOrder;
+  std::unordered_set<const VPField*> members;  ///< filled from kHashedFields fields on
+
+  static constexpr size_t kHashedFields = 16;
+  FieldSet() = default;
+  explicit FieldSet(VPField* field);
+  void add(VPField* field);
+  bool contains(const VPField* field) const;
 };
 
 /// --vrml97: whether a node or any node in its fields, and theirs in turn, can

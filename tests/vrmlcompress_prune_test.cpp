@@ -65,3 +65,40 @@ TEST(Removal, AConstantParameterLeavesEveryIsOfItsLinks) {
 }
 
 }  // namespace
+
+// The dead fields of an interface go from it, from every instance and from
+// the IS of the body, few or many; under --vrml97 a dead field of an instance
+// in another body takes its IS along, which leaves that PROTO's field dead.
+TEST(Removal, DeadInterfaceFieldsLeaveInstancesAndBody) {
+  for (int count : {3, 40}) {
+    std::string interface, body, first, second, liveInterface, liveBody, liveFirst, liveSecond;
+    for (int i = 0; i < count; i++) {
+      std::string f = "f" + std::to_string(i), one = std::to_string(i + 1), two = std::to_string(i + 2);
+      interface += (i % 3 == 0 ? " exposedField SFFloat " : " field SFFloat ") + f + " 0";
+      first += " " + f + " " + one;
+      second += " " + f + " " + two;
+      if (i % 3 != 0) continue;
+      body += " DirectionalLight { intensity IS " + f + " }";
+      liveInterface += "exposedField SFFloat " + f + " 0\n";
+      liveBody += "DirectionalLight {\nintensity IS " + f + "\n}\n";
+      liveFirst += f + " " + one + "\n";
+      liveSecond += f + " " + two + "\n";
+    }
+    std::string world = "PROTO Q [" + interface + " eventIn SFFloat go ] { Group { children [" + body +
+                        " ] } ScalarInterpolator { set_fraction IS go } }\nQ {" + first + " }\nQ {" +
+                        second + " }\n";
+    // A list of one node is written without brackets.
+    if (count > 3) liveBody = "[\n" + liveBody + "]\n";
+    EXPECT_EQ(compressedWorld(world), "#VRML V2.0 utf8\nPROTO Q [\n" + liveInterface +
+                                          "] {\nGroup {\nchildren " + liveBody +
+                                          "}\nScalarInterpolator {\n}\n}\nQ {\n" + liveFirst +
+                                          "}\nQ {\n" + liveSecond + "}\n")
+        << count;
+    setRunOptions(1, 0);
+    std::string written = compressedWorld(world + "PROTO R [ field SFFloat h 0 ] { Q { f1 IS h } }\nR { h 5 }\n");
+    setRunOptions(0, 0);
+    EXPECT_NE(written.find("PROTO R[]{Q{}}R{}"), std::string::npos) << written;
+    EXPECT_EQ(written.find("f1 "), std::string::npos) << written;
+    EXPECT_EQ(written.find("go"), std::string::npos) << written;
+  }
+}
