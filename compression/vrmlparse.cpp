@@ -697,21 +697,21 @@ namespace {
 // Reads items into the list that `last` ends, till a token that begins none.
 // PROTOs declared among the fields of a node (--vrml97Option) stand before its item.
 void parseItems(VPFile* file, VPNodeList** last) {
-  VPNodeList* outerDeclarations = file->nestedDeclarations;
-  file->nestedDeclarations = nullptr;
+  std::vector<VPNodeList*> outerDeclarations = std::move(file->nestedDeclarations);
+  file->nestedDeclarations.clear();
   for (;;) {
     CHECK((*last) == NULL);
     VPNodeList* item = file->parseNodeOrProto();
-    if (file->nestedDeclarations != nullptr) {
-      *last = file->nestedDeclarations;
+    for (VPNodeList* declaration : file->nestedDeclarations) {
+      *last = declaration;
       while (*last != nullptr) last = &(*last)->next;
-      file->nestedDeclarations = nullptr;
     }
+    file->nestedDeclarations.clear();
     if (item == nullptr) break;
     *last = item;
     last = &item->next;
   }
-  file->nestedDeclarations = outerDeclarations;
+  file->nestedDeclarations = std::move(outerDeclarations);
 }
 
 // --vrml97: the byte order mark that editors on Windows write before the
@@ -1759,10 +1759,14 @@ void VPFile::nameNode(VPNode* node, char* nodeName) {
 // its last definition: a node that lost its name to a later DEF and has a
 // route gets a name of its own, the old one with "_" and the first number that
 // the scope does not use.
+// Names only come, so the search for an old name goes on where the last
+// one ended.
 void VPFile::renameHiddenNodes(StringTable* names) {
+  std::unordered_map<std::string_view, int> firstUnused;
   for (VPNode* node : hiddenNodes.back()) {
     if (node->other.routesIn == nullptr && node->other.routesOut == nullptr) continue;
-    for (int number = 1;; number++) {
+    int& number = firstUnused.emplace(node->name, 1).first->second;
+    for (;; number++) {
       std::string candidate = std::string(node->name) + "_" + std::to_string(number);
       if (names->findString(candidate.c_str()) != nullptr) continue;
       node->name = copyString(candidate.c_str());
@@ -1770,13 +1774,6 @@ void VPFile::renameHiddenNodes(StringTable* names) {
       break;
     }
   }
-}
-
-// A declaration among a node's fields belongs to the scope around the node.
-void VPFile::addNestedDeclaration(VPNodeList* declaration) {
-  VPNodeList** last = &nestedDeclarations;
-  while (*last != nullptr) last = &(*last)->next;
-  *last = declaration;
 }
 
 // A PROTO declared in a PROTO body is known in that body alone, before the
@@ -1903,7 +1900,7 @@ VPFieldList* VPFile::parseNodeFields(VPFieldList* declared) {
         parseRoute();
       } else if (vrml97Option() && (strcmp(token, "PROTO") == 0 || strcmp(token, "EXTERNPROTO") == 0)) {
         pushBack();
-        addNestedDeclaration(parseNodeOrProto());
+        nestedDeclarations.push_back(parseNodeOrProto());  // belongs to the scope around the node
       } else {
         break;
       }

@@ -502,8 +502,8 @@ struct VPFile {
     void* outer;                ///< its datum before the declaration
   };
   std::vector<std::vector<HiddenProto>> localScopes;
-  /// --vrml97: PROTOs declared among the fields of the node being read.
-  VPNodeList* nestedDeclarations = nullptr;
+  /// --vrml97: PROTOs declared among the fields of the node being read, in order.
+  std::vector<VPNodeList*> nestedDeclarations;
   /// --vrml97: nodes whose DEF name a later DEF took, by scope, innermost last.
   std::vector<std::vector<VPNode*>> hiddenNodes;
   bool isLibrary = false;  ///< reads one declaration of the library, and knows no other
@@ -604,7 +604,6 @@ struct VPFile {
   bool declareProto(VPNode* proto);
   /// Gives back the names that the declarations of the body just read hid.
   void endLocalScope();
-  void addNestedDeclaration(VPNodeList* declaration);
   void parseScriptFields(VPNode* node, VPFieldList* declared);
   void nameNode(VPNode* node, char* nodeName);
   void renameHiddenNodes(StringTable* names);
