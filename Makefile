@@ -58,10 +58,12 @@ build-fuzz:
 # Each target for FUZZ_SECONDS from the committed seeds and what earlier runs
 # found; a slow input (-timeout) or a growing one (-rss_limit_mb) is a finding,
 # whose input is left in $(FUZZ_BUILD)/ as crash-*, timeout-*, leak-* or oom-*.
+# The entropic schedule's count of features took a quarter of the whole-tool
+# target's time, for 1-2 % more features after 30 s: the inputs are chosen plainly.
 fuzz: build-fuzz
 	set -e; for target in $(FUZZ_TARGETS); do \
 	  mkdir -p $(FUZZ_BUILD)/corpus-$$target; \
-	  ./$(FUZZ_BUILD)/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -timeout=20 -rss_limit_mb=2048 \
+	  ./$(FUZZ_BUILD)/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -timeout=20 -rss_limit_mb=2048 -entropic=0 \
 	    -max_len=8192 -dict=fuzz/worldpare.dict -artifact_prefix=$(FUZZ_BUILD)/ -print_final_stats=1 \
 	    $(FUZZ_BUILD)/corpus-$$target fuzz/seeds/$$target 2>$(FUZZ_BUILD)/fuzz-$$target.log \
 	    || { tail -60 $(FUZZ_BUILD)/fuzz-$$target.log; exit 1; }; \
