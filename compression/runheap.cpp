@@ -1,7 +1,10 @@
 // Memory of a run: every allocation carries a link in a ring of its heap, so
-// that the end of the run frees whatever is left. Small records are cut from
-// blocks of that ring; under the sanitizers each record is its own allocation,
-// so that the redzones guard it.
+// that the end of the run frees whatever is left. Small records and small
+// objects are cut from blocks of that ring; a small object given back waits
+// for the next of its size, so that the heap of a long run is not walked again
+// and again by the allocator's merging of freed chunks. Under the sanitizers
+// each record and object is its own allocation, so that the redzones guard it
+// and a use after its release is seen.
 #include "runheap.h"
 
 #include <cstdlib>
@@ -12,15 +15,9 @@
 
 namespace {
 
-#ifndef WORLDPARE_SANITIZE
-constexpr size_t kBlockSize = size_t(1) << 20;
-#endif
-
 RunHeap::Link* linkOf(void* object) { return static_cast<RunHeap::Link*>(object) - 1; }
 
-}  // namespace
-
-void* allocateObject(size_t size) {
+void* allocateLinked(size_t size) {
   auto* link = static_cast<RunHeap::Link*>(calloc(1, sizeof(RunHeap::Link) + size));
   if (link == nullptr) throw std::bad_alloc();
   RunHeap::Link* ring = &currentRun->heap->objects;
@@ -31,9 +28,58 @@ void* allocateObject(size_t size) {
   return link + 1;
 }
 
+#ifndef WORLDPARE_SANITIZE
+constexpr size_t kBlockSize = size_t(1) << 20;
+constexpr size_t kObjectGrain = 16;
+
+char* cutFromBlock(RunHeap* heap, size_t size) {
+  if (size_t(heap->blockEnd - heap->blockNext) < size) {
+    heap->blockNext = static_cast<char*>(allocateLinked(kBlockSize));
+    heap->blockEnd = heap->blockNext + kBlockSize;
+  }
+  char* piece = heap->blockNext;
+  heap->blockNext += size;
+  return piece;
+}
+
+// A small object's link has no previous one; its next names the free list
+// that takes the object back, that of its size in the heap that made it.
+void* allocateSmall(size_t size) {
+  size_t sizeClass = (size - 1) / kObjectGrain;
+  size = (sizeClass + 1) * kObjectGrain;
+  RunHeap* heap = currentRun->heap;
+  void*& freeList = heap->freeObjects[sizeClass];
+  if (freeList != nullptr) {
+    void* object = freeList;
+    freeList = *static_cast<void**>(object);
+    return memset(object, 0, size);
+  }
+  heap->blockNext += (heap->blockEnd - heap->blockNext) % kObjectGrain;
+  auto* link = reinterpret_cast<RunHeap::Link*>(cutFromBlock(heap, sizeof(RunHeap::Link) + size));
+  link->previous = nullptr;
+  link->next = reinterpret_cast<RunHeap::Link*>(&freeList);
+  return link + 1;
+}
+#endif
+
+}  // namespace
+
+void* allocateObject(size_t size) {
+#ifndef WORLDPARE_SANITIZE
+  if (size != 0 && size <= RunHeap::kObjectClasses * kObjectGrain) return allocateSmall(size);
+#endif
+  return allocateLinked(size);
+}
+
 void releaseObject(void* object) {
   if (object == nullptr) return;
   RunHeap::Link* link = linkOf(object);
+  if (link->previous == nullptr) {
+    void** freeList = reinterpret_cast<void**>(link->next);
+    *static_cast<void**>(object) = *freeList;
+    *freeList = object;
+    return;
+  }
   link->previous->next = link->next;
   link->next->previous = link->previous;
   free(link);
@@ -51,15 +97,8 @@ void* allocateRecord(size_t size) {
   return allocateObject(size != 0 ? size : 1);
 #else
   size = (size + 7) & ~size_t(7);
-  if (size > kBlockSize / 4) return allocateObject(size);
-  RunHeap* heap = currentRun->heap;
-  if (size_t(heap->blockEnd - heap->blockNext) < size) {
-    heap->blockNext = static_cast<char*>(allocateObject(kBlockSize));
-    heap->blockEnd = heap->blockNext + kBlockSize;
-  }
-  void* record = heap->blockNext;
-  heap->blockNext += size;
-  return record;
+  if (size > kBlockSize / 4) return allocateLinked(size);
+  return cutFromBlock(currentRun->heap, size);
 #endif
 }
 
@@ -80,5 +119,6 @@ void endRunHeap(RunHeap* heap) {
   RunHeap::Link* ring = &heap->objects;
   while (ring->next != ring) releaseObject(ring->next + 1);
   heap->blockNext = heap->blockEnd = nullptr;
+  for (void*& freeList : heap->freeObjects) freeList = nullptr;
   currentRun->heap = heap->outer;
 }

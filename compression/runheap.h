@@ -43,9 +43,11 @@ struct RunHeap {
     Link* previous;
     Link* next;
   };
+  static constexpr size_t kObjectClasses = 16;  ///< small objects: 16, 32, ... 256 bytes
   Link objects = {&objects, &objects};  ///< a ring of every live allocation
   char* blockNext = nullptr;            ///< the free part of the block of small records
   char* blockEnd = nullptr;
+  void* freeObjects[kObjectClasses] = {};  ///< given-back small objects, by size
   RunHeap* outer = nullptr;
 };
 void beginRunHeap(RunHeap* heap);
