@@ -31,19 +31,75 @@ struct VPRoute;
 struct VPRouteList;
 struct VPShadow;
 
+/// A map from a record of pointers to a value, all in one array probed in
+/// turn: a lookup in a map of a million keys touches one line of memory where
+/// a map of linked entries touches three. A key whose first pointer is NULL
+/// marks a free slot, so no key may have one; nothing is ever removed.
+template <class Key, class Value>
+class FlatMap {
+ public:
+  /// The value of the key, or NULL.
+  Value* find(const Key& key) {
+    if (slots.empty()) return nullptr;
+    Slot& slot = slotOf(key);
+    return slot.key.first != nullptr ? &slot.value : nullptr;
+  }
+  /// The value of the key, made value-initialised if it is new.
+  Value& operator[](const Key& key) {
+    if (2 * (count + 1) > slots.size()) grow();
+    Slot& slot = slotOf(key);
+    if (slot.key.first == nullptr) {
+      slot.key = key;
+      count++;
+    }
+    return slot.value;
+  }
+  template <class Visit>
+  void forEachValue(Visit visit) {
+    for (Slot& slot : slots) {
+      if (slot.key.first != nullptr) visit(slot.value);
+    }
+  }
+  void clear() {
+    slots.clear();
+    count = 0;
+  }
+
+ private:
+  struct Slot {
+    Key key;
+    Value value;
+  };
+
+  Slot& slotOf(const Key& key) {
+    size_t mask = slots.size() - 1;
+    size_t index = (key.hash() * 0x9E3779B97F4A7C15ull) >> 20 & mask;
+    while (slots[index].key.first != nullptr && !(slots[index].key == key)) index = (index + 1) & mask;
+    return slots[index];
+  }
+  void grow() {
+    std::vector<Slot> old(slots.empty() ? 64 : 2 * slots.size());
+    old.swap(slots);
+    for (Slot& slot : old) {
+      if (slot.key.first != nullptr) slotOf(slot.key) = slot;
+    }
+  }
+
+  std::vector<Slot> slots;  ///< a power of two of them, at most half full
+  size_t count = 0;
+};
+
 /// A field of a node, read with or without shadows mapped to body nodes.
 struct LinkedValueKey {
-  const VPNode* node;
+  const VPNode* first;  ///< the node
   const VPField* field;
   int mapShadows;
   bool operator==(const LinkedValueKey& other) const {
-    return node == other.node && field == other.field && mapShadows == other.mapShadows;
+    return first == other.first && field == other.field && mapShadows == other.mapShadows;
   }
-};
-struct LinkedValueKeyHash {
-  size_t operator()(const LinkedValueKey& key) const {
-    return std::hash<uintptr_t>()(reinterpret_cast<uintptr_t>(key.node) * 31 +
-                                  reinterpret_cast<uintptr_t>(key.field) * 2 + key.mapShadows);
+  size_t hash() const {
+    return reinterpret_cast<uintptr_t>(first) * 31 + reinterpret_cast<uintptr_t>(field) * 2 +
+           size_t(mapShadows);
   }
 };
 
@@ -82,7 +138,7 @@ struct CascadeState {
   /// of an instance's copy takes through its IS links is gathered once
   /// (NULL: the field has no link). Keyed by node, field and mapShadows.
   bool linkedValuesKept = false;
-  std::unordered_map<LinkedValueKey, VPFuzzyValue*, LinkedValueKeyHash> linkedValues;
+  FlatMap<LinkedValueKey, VPFuzzyValue*> linkedValues;
   std::unordered_map<const VPNode*, RecordIndex> recordIndexes;
   long recordListEdits = 0;  ///< lists of records built by merges of shadows
 };
@@ -118,16 +174,13 @@ struct RouteIndex {
 
 /// A body node of a PROTO and the instance for which it was copied.
 struct ShadowKey {
-  const VPNode* original;
+  const VPNode* first;  ///< the body node
   const VPNode* root;
   bool operator==(const ShadowKey& other) const {
-    return original == other.original && root == other.root;
+    return first == other.first && root == other.root;
   }
-};
-struct ShadowKeyHash {
-  size_t operator()(const ShadowKey& key) const {
-    return std::hash<uintptr_t>()(reinterpret_cast<uintptr_t>(key.original) * 31 +
-                                  reinterpret_cast<uintptr_t>(key.root));
+  size_t hash() const {
+    return reinterpret_cast<uintptr_t>(first) * 31 + reinterpret_cast<uintptr_t>(root);
   }
 };
 
@@ -174,7 +227,7 @@ struct RunContext {
   WriterSpacing spacing;
   /// The copy of each body node made for each instance, as its shadow list
   /// holds it: found at once, however many instances a PROTO has.
-  std::unordered_map<ShadowKey, VPNode*, ShadowKeyHash> shadowCopies;
+  FlatMap<ShadowKey, VPNode*> shadowCopies;
   DeclarationCopies declarationCopies;
   /// The indexes of long field lists, by their first cell; each cell taken
   /// out of a field list counts here and makes every index be made again.

@@ -581,8 +581,8 @@ bool VPNode::getLinkedValue(VPFuzzyValue* result, VPField* field, int mapShadows
   CascadeState& state = cascade();
   if (!state.linkedValuesKept) return mergeLinks(result, field, mapShadows);
   LinkedValueKey key = {this, field, mapShadows};
-  auto found = state.linkedValues.find(key);
-  if (found == state.linkedValues.end()) {
+  VPFuzzyValue** found = state.linkedValues.find(key);
+  if (found == nullptr) {
     VPFuzzyValue* gathered = new VPFuzzyValue(field);
     if (!mergeLinks(gathered, field, mapShadows)) {
       delete gathered;
@@ -591,10 +591,10 @@ bool VPNode::getLinkedValue(VPFuzzyValue* result, VPField* field, int mapShadows
     // Merged into a record, the reversed list adds its values in the order
     // that merging link after link into that record would have.
     if (gathered != nullptr) gathered->values = reversedCells(gathered->values);
-    found = state.linkedValues.emplace(key, gathered).first;
+    found = &(state.linkedValues[key] = gathered);
   }
-  if (found->second == nullptr) return false;
-  result->merge(found->second, mapShadows);
+  if (*found == nullptr) return false;
+  result->merge(*found, mapShadows);
   return true;
 }
 
@@ -1448,11 +1448,11 @@ namespace {
 void keepLinkedValues(bool keep) {
   CascadeState& state = cascade();
   state.linkedValuesKept = keep;
-  for (auto& kept : state.linkedValues) {
-    if (kept.second == nullptr) continue;
-    kept.second->freeValues();
-    delete kept.second;
-  }
+  state.linkedValues.forEachValue([](VPFuzzyValue* kept) {
+    if (kept == nullptr) return;
+    kept->freeValues();
+    delete kept;
+  });
   state.linkedValues.clear();
 }
 

@@ -297,9 +297,8 @@ void VPNode::redirectRouteOut(VPRoute* route) {
 }
 
 VPNode* VPNode::findShadow(const VPNode* root) {
-  auto& copies = currentRun->shadowCopies;
-  auto found = copies.find({this, root});
-  return found != copies.end() ? found->second : nullptr;
+  VPNode** found = currentRun->shadowCopies.find({this, root});
+  return found != nullptr ? *found : nullptr;
 }
 
 // A route between two body nodes is copied once, by the end copied second; the
