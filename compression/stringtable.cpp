@@ -20,21 +20,23 @@ StringTable::~StringTable() {
   releaseObject(buckets);
 }
 
-// Each byte enters as a sign-extended value, shifted by 0, 5, 10, ... wrapping
-// below 24, so that long keys still touch the low bits.
+// FNV-1a over the bytes, then a final mix so that keys that differ in their
+// last bytes only (N1, N2, ...) spread over the low bits that pick the bucket.
+// Keys with equal full hashes share every chain that they fall in, so the
+// hash must tell apart the names of large worlds, which are often numbered.
 uint32_t StringTable::hashString(const char* key) {
-  uint32_t hash = 0;
-  int shift = 0;
+  uint32_t hash = 2166136261u;
   for (const char* p = key; *p != 0; p++) {
-    int32_t value = static_cast<signed char>(*p);
-    hash ^= static_cast<uint32_t>(value) << shift;
-    shift += 5;
-    if (shift > 23) shift -= 23;
+    hash ^= static_cast<unsigned char>(*p);
+    hash *= 16777619u;
   }
+  hash ^= hash >> 16;
+  hash *= 0x85EBCA6Bu;
+  hash ^= hash >> 13;
   return hash;
 }
 
-// More than two entries a bucket on average: twice the buckets and one more.
+// More entries than buckets: twice the buckets and one more.
 // Each chain keeps its order, so that a key added again still hides the older.
 void StringTable::grow() {
   int32_t oldCount = bucketCount;
@@ -58,7 +60,7 @@ void StringTable::grow() {
 }
 
 StringTable::Entry* StringTable::addString(const char* key, void* data) {
-  if (++entryCount > 2 * bucketCount) grow();
+  if (++entryCount > bucketCount) grow();
   Entry* entry = new Entry;
   entry->key = copyObjectString(key);
   entry->hash = hashString(key);
