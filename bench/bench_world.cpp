@@ -195,9 +195,9 @@ const Shape kShapes[] = {
     {"nested Transforms", writeNestedTransforms, 12500, nullptr},
     {"nested Scripts", writeNestedScripts, 12500, "--vrml97"},
     {"nested Switches", writeNestedSwitches, 12500, "--vrml97"},
-    {"nested PROTOs", writeNestedProtoDeclarations, 8000, "--vrml97"},
-    {"PROTO chain", writeProtoChain, 16000, nullptr},
-    {"PROTO chain", writeProtoChain, 16000, "--vrml97"},
+    {"nested PROTOs", writeNestedProtoDeclarations, 12500, "--vrml97"},
+    {"PROTO chain", writeProtoChain, 12500, nullptr},
+    {"PROTO chain", writeProtoChain, 12500, "--vrml97"},
     {"DEF names", writeDefNames, 110000, nullptr},
 };
 
