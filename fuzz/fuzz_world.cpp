@@ -10,7 +10,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  PareOptions options = {data[0] & 1, (data[0] >> 1) & 1, (data[0] >> 2) & 1, "in.wrl"};
+  PareOptions options = {data[0] & 1, (data[0] >> 1) & 1, (data[0] >> 2) & 1, "in.wrl", 0};
   PareResult result;
   pareWorld(reinterpret_cast<const char*>(data + 1), size - 1, &options, &result);
   if (result.status != 1 && result.status != -3) abort();
