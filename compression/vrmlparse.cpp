@@ -1438,10 +1438,11 @@ void VPFile::parseFieldValue(VPFieldList* cell) {
 
 bool VPFile::parseFloatToken(float* result) {
   nextToken();
-  if (tokType == TokInt && vrml97Option() && strpbrk(token, "xX") == nullptr) {
-    readFloat(token, result);  // a whole number of any size, not its low 32 bits
-  } else if (tokType == TokInt) {
+  if (tokType == TokInt) {
+    // --vrml97: a whole number of any size, not its low 32 bits. A sign alone
+    // reads as no number and keeps the value that the token has.
     *result = float(tokValue.intValue);
+    if (vrml97Option() && strpbrk(token, "xX") == nullptr) readFloat(token, result);
   } else if (tokType == TokFloat) {
     *result = tokValue.floatValue;
   } else {
