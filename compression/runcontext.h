@@ -33,8 +33,8 @@ struct VPShadow;
 
 /// A map from a record of pointers to a value, all in one array probed in
 /// turn: a lookup in a map of a million keys touches one line of memory where
-/// a map of linked entries touches three. A key whose first pointer is NULL
-/// marks a free slot, so no key may have one; nothing is ever removed.
+/// a map of linked entries touches three. A zeroed key marks a free slot, so
+/// no key may be all zero; nothing is ever removed.
 template <class Key, class Value>
 class FlatMap {
  public:
@@ -42,13 +42,13 @@ class FlatMap {
   Value* find(const Key& key) {
     if (slots.empty()) return nullptr;
     Slot& slot = slotOf(key);
-    return slot.key.first != nullptr ? &slot.value : nullptr;
+    return isFree(slot) ? nullptr : &slot.value;
   }
   /// The value of the key, made value-initialised if it is new.
   Value& operator[](const Key& key) {
     if (2 * (count + 1) > slots.size()) grow();
     Slot& slot = slotOf(key);
-    if (slot.key.first == nullptr) {
+    if (isFree(slot)) {
       slot.key = key;
       count++;
     }
@@ -57,7 +57,7 @@ class FlatMap {
   template <class Visit>
   void forEachValue(Visit visit) {
     for (Slot& slot : slots) {
-      if (slot.key.first != nullptr) visit(slot.value);
+      if (!isFree(slot)) visit(slot.value);
     }
   }
   void clear() {
@@ -71,17 +71,18 @@ class FlatMap {
     Value value;
   };
 
+  static bool isFree(const Slot& slot) { return slot.key == Key{}; }
   Slot& slotOf(const Key& key) {
     size_t mask = slots.size() - 1;
     size_t index = (key.hash() * 0x9E3779B97F4A7C15ull) >> 20 & mask;
-    while (slots[index].key.first != nullptr && !(slots[index].key == key)) index = (index + 1) & mask;
+    while (!isFree(slots[index]) && !(slots[index].key == key)) index = (index + 1) & mask;
     return slots[index];
   }
   void grow() {
     std::vector<Slot> old(slots.empty() ? 64 : 2 * slots.size());
     old.swap(slots);
     for (Slot& slot : old) {
-      if (slot.key.first != nullptr) slotOf(slot.key) = slot;
+      if (!isFree(slot)) slotOf(slot.key) = slot;
     }
   }
 
@@ -91,14 +92,14 @@ class FlatMap {
 
 /// A field of a node, read with or without shadows mapped to body nodes.
 struct LinkedValueKey {
-  const VPNode* first;  ///< the node
+  const VPNode* node;
   const VPField* field;
   int mapShadows;
   bool operator==(const LinkedValueKey& other) const {
-    return first == other.first && field == other.field && mapShadows == other.mapShadows;
+    return node == other.node && field == other.field && mapShadows == other.mapShadows;
   }
   size_t hash() const {
-    return reinterpret_cast<uintptr_t>(first) * 31 + reinterpret_cast<uintptr_t>(field) * 2 +
+    return reinterpret_cast<uintptr_t>(node) * 31 + reinterpret_cast<uintptr_t>(field) * 2 +
            size_t(mapShadows);
   }
 };
@@ -174,13 +175,13 @@ struct RouteIndex {
 
 /// A body node of a PROTO and the instance for which it was copied.
 struct ShadowKey {
-  const VPNode* first;  ///< the body node
+  const VPNode* original;
   const VPNode* root;
   bool operator==(const ShadowKey& other) const {
-    return first == other.first && root == other.root;
+    return original == other.original && root == other.root;
   }
   size_t hash() const {
-    return reinterpret_cast<uintptr_t>(first) * 31 + reinterpret_cast<uintptr_t>(root);
+    return reinterpret_cast<uintptr_t>(original) * 31 + reinterpret_cast<uintptr_t>(root);
   }
 };
 

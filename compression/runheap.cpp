@@ -54,6 +54,8 @@ void* allocateSmall(size_t size) {
     freeList = *static_cast<void**>(object);
     return memset(object, 0, size);
   }
+  // Blocks end on a 16-byte boundary and records take multiples of 8 bytes:
+  // an object starts where the room left is a multiple of 16.
   heap->blockNext += (heap->blockEnd - heap->blockNext) % kObjectGrain;
   auto* link = reinterpret_cast<RunHeap::Link*>(cutFromBlock(heap, sizeof(RunHeap::Link) + size));
   link->previous = nullptr;

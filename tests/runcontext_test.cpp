@@ -1,0 +1,48 @@
+// The flat map of the run's record: keys stay found across its growth, keys
+// that differ in one member are apart, a NULL value is a value (a field with
+// no IS link), and a walk meets every value once.
+#include "runcontext.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+TEST(FlatMap, KeysStayFoundAsTheMapGrowsAndAreVisitedOnce) {
+  constexpr int kKeys = 1000;  // many growths from the first 64 slots
+  std::vector<VPNode*> nodes(kKeys);
+  char bytes[kKeys];
+  for (int i = 0; i < kKeys; i++) nodes[i] = reinterpret_cast<VPNode*>(&bytes[i]);
+  const VPNode* root = nodes[0];
+  FlatMap<ShadowKey, VPNode*> map;
+  EXPECT_EQ(map.find({root, root}), nullptr);
+  for (int i = 0; i < kKeys; i++) map[{nodes[i], root}] = nodes[kKeys - 1 - i];
+  for (int i = 0; i < kKeys; i++) {
+    VPNode** found = map.find({nodes[i], root});
+    ASSERT_NE(found, nullptr) << i;
+    EXPECT_EQ(*found, nodes[kKeys - 1 - i]) << i;
+    EXPECT_EQ(map.find({nodes[i], nodes[1]}), nullptr) << i;  // same node, another root
+  }
+  map[{nodes[5], root}] = nodes[5];  // a present key keeps its slot
+  EXPECT_EQ(*map.find({nodes[5], root}), nodes[5]);
+  map[{nodes[7], nodes[2]}] = nullptr;
+  VPNode** none = map.find({nodes[7], nodes[2]});
+  ASSERT_NE(none, nullptr);
+  EXPECT_EQ(*none, nullptr);
+  std::vector<int> visits(kKeys);
+  int nullVisits = 0;
+  map.forEachValue([&](VPNode* value) {
+    if (value == nullptr) {
+      nullVisits++;
+    } else {
+      visits[reinterpret_cast<char*>(value) - bytes]++;
+    }
+  });
+  EXPECT_EQ(nullVisits, 1);
+  for (int i = 0; i < kKeys; i++) EXPECT_EQ(visits[i], i == kKeys - 1 - 5 ? 0 : i == 5 ? 2 : 1) << i;
+  map.clear();
+  EXPECT_EQ(map.find({nodes[3], root}), nullptr);
+}
+
+}  // namespace
