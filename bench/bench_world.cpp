@@ -222,8 +222,8 @@ constexpr int kRunsPerSize = 5;
 void benchShapes(const char* tool, const std::string& directory, const char* only) {
   printf("\nCPU seconds of each shape at n, 2n, 4n, 8n (the least of %d runs); ratio: the largest "
          "of one doubling\n", kRunsPerSize);
-  printf("%-18s %-9s %8s %9s %9s %9s %9s %7s %6s\n", "shape", "option", "n", "t(n)", "t(2n)",
-         "t(4n)", "t(8n)", "ratio", "8n MB");
+  printf("%-18s %-9s %8s %9s %9s %9s %9s %7s %6s %7s\n", "shape", "option", "n", "t(n)", "t(2n)",
+         "t(4n)", "t(8n)", "ratio", "8n MB", "peak MB");
   for (const Shape& shape : kShapes) {
     if (only != nullptr && strcmp(only, shape.name) != 0) continue;
     std::string input = directory + "/shape.wrl";
@@ -231,6 +231,7 @@ void benchShapes(const char* tool, const std::string& directory, const char* onl
     double seconds[4];
     double worst = 0;
     long size = 0;
+    long peakKilobytes = 0;
     for (int step = 0; step < 4; step++) {
       size = generateShape(input, shape, shape.n << step);
       seconds[step] = 1e9;
@@ -238,12 +239,13 @@ void benchShapes(const char* tool, const std::string& directory, const char* onl
         RunResult result = runTool(tool, input, output, shape.option);
         if (result.status != 1) printf("%s at %d: status %d\n", shape.name, shape.n << step, result.status);
         seconds[step] = std::min(seconds[step], result.cpuSeconds);
+        peakKilobytes = result.peakKilobytes;
       }
       if (step > 0) worst = std::max(worst, seconds[step] / seconds[step - 1]);
     }
-    printf("%-18s %-9s %8d %9.3f %9.3f %9.3f %9.3f %6.2fx %6.1f\n", shape.name,
+    printf("%-18s %-9s %8d %9.3f %9.3f %9.3f %9.3f %6.2fx %6.1f %7.1f\n", shape.name,
            shape.option != nullptr ? shape.option : "", shape.n, seconds[0], seconds[1], seconds[2],
-           seconds[3], worst, double(size) / (1 << 20));
+           seconds[3], worst, double(size) / (1 << 20), double(peakKilobytes) / 1024);
   }
 }
 

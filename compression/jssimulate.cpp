@@ -382,7 +382,7 @@ JSAtom* JSParser::resolveName(const char* name) {
 // The index lives in the run's record, which frees it; the parser's own
 // records go with the run's heap.
 JSFunction* JSParser::firstFunction(const char* name) {
-  auto& firstFunctions = currentRun->firstFunctions[this];
+  auto& firstFunctions = currentRun->reading.firstFunctions[this];
   if (functionsChanged) {
     firstFunctions.clear();
     for (JSFunction* fn = functions; fn != nullptr; fn = fn->next) firstFunctions.emplace(fn->name, fn);

@@ -35,7 +35,8 @@ namespace {
 
 // One line of the context stack, kept as its format and arguments: most are
 // popped unread, so the text is made only when a report dumps the stack. The
-// arguments are names that live as long as the run.
+// arguments are names that live as long as the reading of the world; a stop
+// dumps the stack before it unwinds the reading.
 struct ContextCell {
   static constexpr int kMaxArguments = 3;
   const char* format;
@@ -65,7 +66,7 @@ namespace {
 
 RunHeap processHeap;
 Diagnostics processDiagnostics;
-RunContext processContext = {0, 0, &processHeap, &processDiagnostics, {}, {}, {}, {}, {}, 0, {}, 0, {}, 0, 1, 0, {}};
+RunContext processContext = {0, 0, &processHeap, &processDiagnostics, {}};
 
 Diagnostics* diagnostics() { return currentRun->diagnostics; }
 
@@ -787,15 +788,32 @@ std::string writtenText(VPFile* file) {
   return std::string(world.data(), world.size());
 }
 
+// One reading of a world: its records, and what the run indexes of them,
+// end with it, so that the next reading finds the memory warm and the indexes
+// small.
+class ReadingScope {
+ public:
+  ReadingScope() { beginRunHeap(&heap); }
+  ~ReadingScope() {
+    endRunHeap(&heap);
+    currentRun->reading = ReadingState();
+  }
+  ReadingScope(const ReadingScope&) = delete;
+  ReadingScope& operator=(const ReadingScope&) = delete;
+
+ private:
+  RunHeap heap;
+};
+
 // The text of a world read and pared again; false when the pass stops. Its
 // messages, about a world that the run wrote itself, are dropped.
 bool pareAgain(const std::string& text, std::string* pared) {
   Diagnostics kept = *diagnostics();
   size_t messagesKept = diagnostics()->messages != nullptr ? diagnostics()->messages->size() : 0;
-  resetCascade();
   bool finished = runTrial([&]() {
     std::vector<char> buffer(text.begin(), text.end());
     buffer.push_back(0);
+    ReadingScope reading;
     VPFile file;
     file.parseText(buffer.data());
     pareFile(&file);
@@ -815,8 +833,7 @@ constexpr int kMaxSettlingPasses = 8;
 // what is left cut more (a test that folded to a constant, a field that
 // nothing reads any more). The world is pared again from its own text until a
 // pass writes what it read, so that the tool run on its output writes it again.
-std::string settledText(VPFile* file) {
-  std::string text = writtenText(file);
+std::string settledText(std::string text) {
   for (int pass = 1; pass < kMaxSettlingPasses; pass++) {
     std::string next;
     if (!pareAgain(text, &next) || next == text) break;
@@ -825,25 +842,31 @@ std::string settledText(VPFile* file) {
   return text;
 }
 
-// Worlds without a Script or a PROTO are settled after one pass.
-void runPasses(Run* run) {
-  VPFile file;
-  readWorld(&file, *run);
-  pareFile(&file);
-  bool settle = vrml97Option() && file.mayCutMoreAgain();
-  std::string settled = settle ? settledText(&file) : std::string();
-  auto write = [&](FILE* stream) {
-    if (settle) {
-      fwrite(settled.data(), 1, settled.size(), stream);
-    } else {
-      file.write(stream);
-    }
-  };
+template <class Write>
+void writeOutput(Write write, Run* run) {
   if (run->outputFile != nullptr) {
     writeWorldToFile(write, *run);
   } else {
     writeWorldToMemory(write, run);
   }
+}
+
+// Worlds without a Script or a PROTO are settled after one pass.
+void runPasses(Run* run) {
+  std::string settled;
+  {
+    ReadingScope reading;
+    VPFile file;
+    readWorld(&file, *run);
+    pareFile(&file);
+    if (!vrml97Option() || !file.mayCutMoreAgain()) {
+      writeOutput([&](FILE* stream) { file.write(stream); }, run);
+      return;
+    }
+    settled = writtenText(&file);
+  }
+  settled = settledText(std::move(settled));
+  writeOutput([&](FILE* stream) { fwrite(settled.data(), 1, settled.size(), stream); }, run);
 }
 
 // Memory that runs out, in the run heap or in a container, stops the run in

@@ -219,11 +219,9 @@ struct WriterSpacing {
   bool lineOwed = false;  ///< the next token begins a line
 };
 
-struct RunContext {
-  int vrml97 = 0;  ///< --vrml97
-  int digits = 0;  ///< --digits N with --vrml97, else 0
-  RunHeap* heap;   ///< where records of the run come from
-  Diagnostics* diagnostics;
+/// What one reading of a world keeps beside its records: the cascade's state,
+/// the writer's, and indexes that point into the records. It ends with them.
+struct ReadingState {
   CascadeState cascade;
   WriterSpacing spacing;
   /// The copy of each body node made for each instance, as its shadow list
@@ -246,6 +244,14 @@ struct RunContext {
   unsigned reachWalks = 0;  ///< the walks that collected nodes by their reach marks
   /// By script program, the first of its functions of each name.
   std::unordered_map<const JSParser*, std::unordered_map<std::string_view, JSFunction*>> firstFunctions;
+};
+
+struct RunContext {
+  int vrml97 = 0;  ///< --vrml97
+  int digits = 0;  ///< --digits N with --vrml97, else 0
+  RunHeap* heap;   ///< where records of the run come from
+  Diagnostics* diagnostics;
+  ReadingState reading;
 };
 
 /// The record of the run on this thread. A plain thread-local pointer: it

@@ -15,7 +15,7 @@
 namespace {
 
 // The counters and sets of the cascade, in the record of the run.
-CascadeState& cascade() { return currentRun->cascade; }
+CascadeState& cascade() { return currentRun->reading.cascade; }
 
 constexpr int kEventLimit = 10000;
 constexpr int kActivityMask = FIELD_READ | FIELD_WRITE | FIELD_ROUTED_IN | FIELD_ROUTED_OUT;
@@ -443,8 +443,6 @@ void mergeAnyValue(VPNode* script, VPFuzzyValue* result, int mapShadows) {
 bool isReachedByOpaqueScript(const VPNode* node) {
   return cascade().opaqueReach.count(node) != 0;
 }
-
-void resetCascade() { cascade() = CascadeState(); }
 
 bool VPNode::isOpaqueScript() const { return nodeType == SCRIPT && other.script.program->opaque; }
 

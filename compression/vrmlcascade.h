@@ -48,10 +48,6 @@ struct VPFuzzyValue {
 /// instance stands for its body node, which the output holds.
 VPNode* mappedNode(VPNode* node, int mapShadows);
 
-/// Sets the counters of progress (CascadeState, in the run's record) as at
-/// the start of a run, and forgets what the cascade knew of the scene.
-void resetCascade();
-
 /// --vrml97: whether an opaque Script can reach the node (or the body node of
 /// this copy) through node-valued fields: nothing there may be cut or folded.
 bool isReachedByOpaqueScript(const VPNode* node);

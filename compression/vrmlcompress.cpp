@@ -87,7 +87,7 @@ VPFieldList* VPNode::findUrlCell() {
 }
 
 void VPFile::scanNodes() {
-  DeclarationCopies& copies = currentRun->declarationCopies;
+  DeclarationCopies& copies = currentRun->reading.declarationCopies;
   copies = DeclarationCopies();
   copies.deferring = !bodyNamesOuterNode;
   for (VPNodeList* cell = topLevel; cell != nullptr; cell = cell->next) {
@@ -131,7 +131,7 @@ void pushIsLink(VPIsLink** list, VPField* protoField, VPNode* node, VPField* nod
   *cell = {*list, protoField, node, nodeField, list};
   if (cell->next != nullptr) cell->next->link = &cell->next;
   *list = cell;
-  currentRun->isLinksAdded++;
+  currentRun->reading.isLinksAdded++;
 }
 
 void unlinkIsLinkCell(VPIsLink* cell) {
@@ -297,7 +297,7 @@ void VPNode::redirectRouteOut(VPRoute* route) {
 }
 
 VPNode* VPNode::findShadow(const VPNode* root) {
-  VPNode** found = currentRun->shadowCopies.find({this, root});
+  VPNode** found = currentRun->reading.shadowCopies.find({this, root});
   return found != nullptr ? *found : nullptr;
 }
 
@@ -327,14 +327,14 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
   VPShadow* shadow = newRecord<VPShadow>();
   *shadow = {originalNode->other.shadowNodes, this, newNode, 0, 0};
   originalNode->other.shadowNodes = shadow;
-  DeclarationCopies& copies = currentRun->declarationCopies;
+  DeclarationCopies& copies = currentRun->reading.declarationCopies;
   if (copies.expanding == nullptr) {
     shadow->madeAt = 2 * copies.copiesMade++ + 1;
   } else {
     copies.expanding->copies.push_back(shadow);
     copies.lateShadowed.push_back(originalNode);
   }
-  currentRun->shadowCopies[{originalNode, this}] = newNode;
+  currentRun->reading.shadowCopies[{originalNode, this}] = newNode;
   newNode->other.shadowedNode = originalNode;
   newNode->other.shadowRoot = this;
   for (VPRouteList* cell = originalNode->other.routesOut; cell != nullptr; cell = cell->next) {
@@ -360,7 +360,7 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
 }
 
 void VPNode::deferExpansion() {
-  DeclarationCopies& copies = currentRun->declarationCopies;
+  DeclarationCopies& copies = currentRun->reading.declarationCopies;
   DeferredExpansion& expansion = copies.expansions.emplace_back();
   expansion.root = this;
   if (copies.expanding == nullptr) {
@@ -516,7 +516,7 @@ void sortShadowsNewestFirst(VPNode* original) {
 // is expanded, the others take it as their representative. Then the late
 // copies take their places in the lists of shadows.
 void VPFile::expandDeferredCopies() {
-  DeclarationCopies& copies = currentRun->declarationCopies;
+  DeclarationCopies& copies = currentRun->reading.declarationCopies;
   ExpansionKeys keys;
   std::unordered_map<std::string, VPNode*> expanded;
   std::vector<DeferredExpansion*> work = copies.deferredByScan;
@@ -608,10 +608,10 @@ std::string isLinkKey(const VPNode* node, const VPField* nodeField, const VPFiel
 }
 
 IsLinkIndex& isLinkIndexOf(VPIsLink** list) {
-  IsLinkIndex& index = currentRun->isLinkIndexes[list];
-  if (index.byKey.empty() || index.isLinksAdded != currentRun->isLinksAdded) {
+  IsLinkIndex& index = currentRun->reading.isLinkIndexes[list];
+  if (index.byKey.empty() || index.isLinksAdded != currentRun->reading.isLinksAdded) {
     index = IsLinkIndex();
-    index.isLinksAdded = currentRun->isLinksAdded;
+    index.isLinksAdded = currentRun->reading.isLinksAdded;
     for (VPIsLink* cell = *list; cell != nullptr; cell = cell->next) {
       index.byKey[isLinkKey(cell->node, cell->nodeField, cell->protoField)].push_back(cell);
     }
@@ -672,10 +672,10 @@ bool isLongRouteList(const VPRouteList* list) {
 }
 
 RouteIndex& routeIndexOf(VPRouteList** list, bool outgoing) {
-  RouteIndex& index = currentRun->routeIndexes[list];
-  if (index.routesAdded != currentRun->routesAdded || index.byField.empty()) {
+  RouteIndex& index = currentRun->reading.routeIndexes[list];
+  if (index.routesAdded != currentRun->reading.routesAdded || index.byField.empty()) {
     index = RouteIndex();
-    index.routesAdded = currentRun->routesAdded;
+    index.routesAdded = currentRun->reading.routesAdded;
     for (VPRouteList* cell = *list; cell != nullptr; cell = cell->next) {
       index.byField[fieldAtEnd(cell->route, outgoing)].push_back(cell->route);
     }
@@ -791,7 +791,7 @@ void VPNode::unlinkFieldCell(VPFieldList** link) {
   VPFieldList* cell = *link;
   if (cell->field->holdsNodes()) forEachNode(cell->value, [](VPNode* node) { node->dropReference(); });
   *link = cell->next;
-  currentRun->fieldCellsUnlinked++;
+  currentRun->reading.fieldCellsUnlinked++;
 }
 
 // The fields go from the node with their routes and, on an instance, with what
@@ -949,7 +949,7 @@ void VPNode::pruneInterface() {
       continue;
     }
     *link = cell->next;
-    currentRun->fieldCellsUnlinked++;
+    currentRun->reading.fieldCellsUnlinked++;
   }
 }
 

@@ -97,7 +97,7 @@ enum NumberKind { kNoNumber = 0, kWholeNumber = 1, kPointNumber = 2 };
 /// --vrml97: a gap is a blank only where the tokens on its two sides would
 /// read as one, and each field, declaration and ROUTE begins a line. Blanks
 /// between the elements of a list deflate better than line breaks.
-WriterSpacing& spacing() { return currentRun->spacing; }
+WriterSpacing& spacing() { return currentRun->reading.spacing; }
 
 // Names, numbers and words run together; quotes, brackets and braces end a token.
 bool continuesToken(char c) {
@@ -446,10 +446,10 @@ void indexCell(FieldListIndex* index, VPFieldList* cell) {
 
 // The index of a long list, made anew when a cell has left any list since.
 FieldListIndex& indexOfList(VPFieldList* list) {
-  FieldListIndex& index = currentRun->fieldIndexes[list];
-  if (index.tail == nullptr || index.unlinked != currentRun->fieldCellsUnlinked) {
+  FieldListIndex& index = currentRun->reading.fieldIndexes[list];
+  if (index.tail == nullptr || index.unlinked != currentRun->reading.fieldCellsUnlinked) {
     index = FieldListIndex();
-    index.unlinked = currentRun->fieldCellsUnlinked;
+    index.unlinked = currentRun->reading.fieldCellsUnlinked;
     for (VPFieldList* cell = list; cell != nullptr; cell = cell->next) indexCell(&index, cell);
   }
   while (index.tail->next != nullptr) indexCell(&index, index.tail->next);
@@ -618,7 +618,7 @@ void VPNode::clearVisited() {
   clearMarks(work);
 }
 
-NodeCollector::NodeCollector() : mark(++currentRun->reachWalks) {}
+NodeCollector::NodeCollector() : mark(++currentRun->reading.reachWalks) {}
 
 bool NodeCollector::add(VPNode* node) {
   if (node->reachMark == mark) return false;
@@ -662,14 +662,14 @@ VPRoute* VPNode::addRoute(VPNode* source, VPField* sourceField, VPNode* dest,
   *route = {source, sourceField, dest, destField, nullptr, {0, 0}, nullptr, nullptr};
   route->outCell = pushRouteCell(&source->other.routesOut, route);
   route->inCell = pushRouteCell(&dest->other.routesIn, route);
-  currentRun->routesAdded++;
+  currentRun->reading.routesAdded++;
   return route;
 }
 
 // Ends a traversal from topLevel and the stand-ins. It reached every node that
 // it marked through marked nodes, or took the node out of the scene since, so
 // a new number clears every mark that a walk from there could meet.
-void VPFile::clearVisited() { currentRun->traversal++; }
+void VPFile::clearVisited() { currentRun->reading.traversal++; }
 
 // Ends a traversal from other roots: the marks go as far as a walk from
 // topLevel and the stand-ins through marked nodes leads. A declaration that

@@ -220,10 +220,10 @@ struct VPNode {
   /// false if it was marked already.
   bool visit() {
     if (isVisited()) return false;
-    visited = currentRun->traversal;
+    visited = currentRun->reading.traversal;
     return true;
   }
-  bool isVisited() const { return visited == currentRun->traversal; }
+  bool isVisited() const { return visited == currentRun->reading.traversal; }
   void clearVisited();
   /// This node and every node below it through node-valued fields, each once.
   /// Keeps its own marks, so passes that hold the visited marks may call it.

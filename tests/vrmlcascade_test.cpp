@@ -57,7 +57,7 @@ DEF X Script { eventIn SFInt32 set url "javascript: function set(v) {}" }
   script->receiveEvent(&event);
   script->receiveEvent(&event);
   EXPECT_EQ(eventRecordNames(script), "set");
-  currentRun->cascade.fuzzyChangeCount++;  // as a new record anywhere in the scene would
+  currentRun->reading.cascade.fuzzyChangeCount++;  // as a new record anywhere in the scene would
   script->receiveEvent(&event);
   EXPECT_EQ(eventRecordNames(script), "set");  // the stale record went, a new one came
   event.valueKnown = 1;
