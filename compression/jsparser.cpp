@@ -170,6 +170,7 @@ void JSParser::scanString() {
 // A character that no token can begin with stops the run.
 void JSParser::scanOperator() {
   for (const OperatorForm& form : operatorForms) {
+    if (form.text[0] != *cursor) continue;
     size_t length = strlen(form.text);
     if (strncmp(cursor, form.text, length) == 0) {
       endToken(cursor + length, form.tokType);

@@ -191,7 +191,7 @@ struct JSParser {
   JSContext* ourContext = nullptr;       ///< of the running entry; NULL between entries
   StringTable* variables = nullptr;      ///< of the running call: name to reference
   JSVarList* varGarbageList = nullptr;   ///< the variables of the running call
-  JSAtomList* atomGarbageList = nullptr; ///< every atom made since the entry began
+  RunArena atomMemory;  ///< every atom made since the entry began, and its values
   int changeCount = 0;   ///< assignments of the running call that changed something
   int callDepth = 0;     ///< simulated calls now nested
   JSFunction* prunedFunction = nullptr;  ///< the function being rewritten
@@ -219,6 +219,8 @@ struct JSParser {
 
   // Values (jssimulate.cpp).
   JSAtom* newAtom(int type);
+  JSAtomValue* newAtomValue(JSAtomValue value);
+  void pushValue(JSAtom* atom, JSAtomValue value);
   JSAtom* mergeAtoms(JSAtom* atom1, JSAtom* atom2);
   static bool atomsEqual(const JSAtom* a, const JSAtom* b);
   JSAtom* equalOperator(JSAtom* left, JSAtom* right);

@@ -2,11 +2,13 @@
 // and the rewriting of a script by the marks that the walk left.
 #include "jssimulate.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "main.h"
 
@@ -43,11 +45,6 @@ int countValues(const JSAtom* atom) {
   return count;
 }
 
-void pushValue(JSAtom* atom, JSAtomValue value) {
-  JSAtomValue* cell = new JSAtomValue(value);
-  cell->next = atom->values;
-  atom->values = cell;
-}
 
 bool isKnown(const JSAtom* atom, int type) { return atom->type == type && atom->valueKnown; }
 
@@ -88,9 +85,17 @@ bool sameCellContent(int type, const JSAtomValue* a, const JSAtomValue* b) {
  * ------------------------------------------------------------------------ */
 
 JSAtom* JSParser::newAtom(int type) {
-  JSAtom* atom = new JSAtom{type, 1, nullptr};
-  atomGarbageList = new JSAtomList{atomGarbageList, atom};
-  return atom;
+  return new (atomMemory.allocate(sizeof(JSAtom))) JSAtom{type, 1, nullptr};
+}
+
+JSAtomValue* JSParser::newAtomValue(JSAtomValue value) {
+  return new (atomMemory.allocate(sizeof(JSAtomValue))) JSAtomValue(value);
+}
+
+void JSParser::pushValue(JSAtom* atom, JSAtomValue value) {
+  JSAtomValue* cell = newAtomValue(value);
+  cell->next = atom->values;
+  atom->values = cell;
 }
 
 JSAtom* JSParser::unknownOf(int type) {
@@ -124,19 +129,7 @@ JSAtom* JSParser::objectAtom(JSObject* object) {
 }
 
 // Releases every atom of the entry with its cells.
-void JSParser::releaseAtoms() {
-  while (atomGarbageList != nullptr) {
-    JSAtomList* cell = atomGarbageList;
-    atomGarbageList = cell->next;
-    for (JSAtomValue* value = cell->atom->values; value != nullptr;) {
-      JSAtomValue* next = value->next;
-      delete value;
-      value = next;
-    }
-    delete cell->atom;
-    delete cell;
-  }
-}
+void JSParser::releaseAtoms() { atomMemory.release(); }
 
 // The join of two atoms. Only objects grow by merging: two different numbers
 // or truth values leave only their kind.
@@ -826,12 +819,14 @@ bool identicalAtoms(const JSAtom* a, const JSAtom* b) {
   return x == y;
 }
 
-bool identicalArguments(const std::vector<const JSAtom*>& kept, const JSAtomList* args) {
+bool identicalArguments(const JSFinishedCalls& finished, const JSFinishedCall& call,
+                        const JSAtomList* args) {
+  const JSAtom* const* kept = finished.arguments.data() + call.firstArgument;
   size_t i = 0;
   for (; args != nullptr; args = args->next, i++) {
-    if (i == kept.size() || !identicalAtoms(kept[i], args->atom)) return false;
+    if (i == call.argumentCount || !identicalAtoms(kept[i], args->atom)) return false;
   }
-  return i == kept.size();
+  return i == call.argumentCount;
 }
 
 size_t mixedHash(size_t hash, uint64_t value) {
@@ -861,6 +856,48 @@ size_t callHash(const JSFunction* fn, const JSAtomList* args) {
   return hash;
 }
 
+size_t firstSlot(const std::vector<size_t>& slots, size_t hash) {
+  return (hash * 0x9E3779B97F4A7C15ull) >> 20 & (slots.size() - 1);
+}
+
+const JSFinishedCall* findFinishedCall(const JSFinishedCalls& finished, size_t hash,
+                                       const JSFunction* fn, const JSAtomList* args) {
+  const std::vector<size_t>& slots = finished.slots;
+  if (slots.empty()) return nullptr;
+  for (size_t i = firstSlot(slots, hash); slots[i] != 0; i = (i + 1) & (slots.size() - 1)) {
+    const JSFinishedCall& call = finished.calls[slots[i] - 1];
+    if (call.hash == hash && call.fn == fn && identicalArguments(finished, call, args)) return &call;
+  }
+  return nullptr;
+}
+
+void placeCall(std::vector<size_t>& slots, size_t hash, size_t index) {
+  size_t i = firstSlot(slots, hash);
+  while (slots[i] != 0) i = (i + 1) & (slots.size() - 1);
+  slots[i] = index + 1;
+}
+
+void addFinishedCall(JSFinishedCalls* finished, JSFinishedCall call, const JSAtomList* args) {
+  call.firstArgument = finished->arguments.size();
+  for (; args != nullptr; args = args->next) finished->arguments.push_back(args->atom);
+  call.argumentCount = finished->arguments.size() - call.firstArgument;
+  finished->calls.push_back(call);
+  std::vector<size_t>& slots = finished->slots;
+  if (2 * finished->calls.size() <= slots.size()) {
+    placeCall(slots, call.hash, finished->calls.size() - 1);
+    return;
+  }
+  slots.assign(std::max<size_t>(64, 2 * slots.size()), 0);
+  for (size_t i = 0; i < finished->calls.size(); i++) placeCall(slots, finished->calls[i].hash, i);
+}
+
+void forgetFinishedCalls(JSFinishedCalls* finished, long version) {
+  finished->version = version;
+  finished->calls.clear();
+  finished->arguments.clear();
+  std::fill(finished->slots.begin(), finished->slots.end(), 0);
+}
+
 }  // namespace
 
 // Whatever a script reads through the context, and the reports: while this
@@ -874,25 +911,17 @@ long JSParser::simulationVersion() { return ourContext->worldVersion() + reportC
 JSAtom* JSParser::simulateOrRepeat(JSFunction* fn, JSAtomList* args) {
   JSFinishedCalls* finished = finishedCalls;
   long version = simulationVersion();
-  if (finished->version != version) {
-    finished->calls.clear();
-    finished->version = version;
-  }
+  if (finished->version != version) forgetFinishedCalls(finished, version);
   size_t hash = callHash(fn, args);
-  for (auto [match, end] = finished->calls.equal_range(hash); match != end; ++match) {
-    const JSFinishedCall& call = match->second;
-    if (call.fn != fn || !identicalArguments(call.args, args)) continue;
-    ourContext->resendEvents(call.eventsFrom, call.eventsTo);
-    return call.result;
+  if (const JSFinishedCall* call = findFinishedCall(*finished, hash, fn, args)) {
+    ourContext->resendEvents(call->eventsFrom, call->eventsTo);
+    return call->result;
   }
   const void* eventsFrom = ourContext->eventsMark();
   JSAtom* result = simulateFunction(fn, args);
   // Kept also when the call changed something: the next lookup finds another
   // version and forgets it.
-  std::vector<const JSAtom*> kept;
-  for (; args != nullptr; args = args->next) kept.push_back(args->atom);
-  finished->calls.insert(
-      {hash, {fn, std::move(kept), result, eventsFrom, ourContext->eventsMark()}});
+  addFinishedCall(finished, {fn, hash, 0, 0, result, eventsFrom, ourContext->eventsMark()}, args);
   return result;
 }
 

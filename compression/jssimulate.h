@@ -7,7 +7,6 @@
 #define WORLDPARE_JSSIMULATE_H
 
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
 
 #include "jsparser.h"
@@ -21,7 +20,6 @@ struct JSAtomValue {
     JSObject* object;      ///< OBJECT
     JSFunction* function;  ///< FUNCTION
   };
-  RUN_HEAP_OBJECT
 };
 
 /// What an expression may evaluate to. Numbers and truth values are known
@@ -34,7 +32,6 @@ struct JSAtom {
   int type;
   int valueKnown;
   JSAtomValue* values;
-  RUN_HEAP_OBJECT
 };
 
 struct JSAtomList {
@@ -114,17 +111,22 @@ struct JSStackEntry {
 /// events, and the marks it would set are set.
 struct JSFinishedCall {
   JSFunction* fn;
-  std::vector<const JSAtom*> args;
+  size_t hash;  ///< of the function and the bits of the arguments
+  size_t firstArgument;  ///< where its arguments begin in JSFinishedCalls::arguments
+  size_t argumentCount;
   JSAtom* result;
   const void* eventsFrom;
   const void* eventsTo;
 };
 
-/// The finished calls of one running call, kept while the version stands, by
-/// a hash of the function and the bits of the arguments.
+/// The finished calls of one running call, kept while the version stands.
 struct JSFinishedCalls {
   long version = -1;
-  std::unordered_multimap<size_t, JSFinishedCall> calls;
+  std::vector<JSFinishedCall> calls;
+  std::vector<const JSAtom*> arguments;  ///< of all the calls, one after another
+  /// Finds the calls by hash: each slot the index of a call plus one, 0 when
+  /// free; a power of two of them, at most half taken.
+  std::vector<size_t> slots;
 };
 
 /// Whether the first `count` arguments of two calls are the same values.

@@ -7,6 +7,7 @@
 // and a use after its release is seen.
 #include "runheap.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -85,6 +86,40 @@ void releaseObject(void* object) {
   link->previous->next = link->next;
   link->next->previous = link->previous;
   free(link);
+}
+
+#ifdef WORLDPARE_SANITIZE
+// Each piece is its own object, so that a use after the release is seen.
+constexpr size_t kFirstArenaBlock = 0;
+#else
+constexpr size_t kFirstArenaBlock = size_t(1) << 10;
+#endif
+constexpr size_t kLargestArenaBlock = size_t(64) << 10;
+
+void* RunArena::allocate(size_t size) {
+  size = (size + 7) & ~size_t(7);
+  if (size_t(end - free) < size) {
+    blockSize = std::max(size, blocks == nullptr ? kFirstArenaBlock
+                                                 : std::min(2 * blockSize, kLargestArenaBlock));
+    auto* block = static_cast<Block*>(allocateObject(sizeof(Block) + blockSize));
+    block->next = blocks;
+    blocks = block;
+    free = reinterpret_cast<char*>(block + 1);
+    end = free + blockSize;
+  }
+  void* piece = free;
+  free += size;
+  return piece;
+}
+
+void RunArena::release() {
+  while (blocks != nullptr) {
+    Block* next = blocks->next;
+    releaseObject(blocks);
+    blocks = next;
+  }
+  blockSize = 0;
+  free = end = nullptr;
 }
 
 char* copyObjectString(const char* text) {

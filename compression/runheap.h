@@ -35,6 +35,26 @@ char* copyObjectString(const char* text);
   static void* operator new(size_t size) { return allocateObject(size); }    \
   static void operator delete(void* object) { releaseObject(object); }
 
+/// Memory for pieces that all end together: release() gives back at once all
+/// that was allocated since the last release. Its blocks grow from small, so
+/// that an arena that holds little costs little. It needs no destructor while
+/// it is empty, and the heap that made its blocks frees them in any case.
+class RunArena {
+ public:
+  /// Uninitialised memory for a piece, 8-aligned.
+  void* allocate(size_t size);
+  void release();
+
+ private:
+  struct Block {
+    Block* next;
+  };
+  Block* blocks = nullptr;  ///< the newest first
+  size_t blockSize = 0;     ///< of the newest
+  char* free = nullptr;     ///< the unused part of the newest
+  char* end = nullptr;
+};
+
 /// The memory of one run. Made the current heap by beginRunHeap; endRunHeap
 /// frees all that it still holds and makes the heap before it current again.
 /// Outside any run a heap of the process serves, never freed.

@@ -679,7 +679,7 @@ namespace {
 
 JSAtom* singleCellAtom(JSParser* parser, int type, JSAtomValue value) {
   JSAtom* atom = parser->newAtom(type);
-  atom->values = new JSAtomValue(value);
+  atom->values = parser->newAtomValue(value);
   atom->values->next = nullptr;
   return atom;
 }
@@ -690,8 +690,8 @@ JSAtom* objectAtom(JSParser* parser, JSObject* object) {
   return singleCellAtom(parser, JSAtom::OBJECT, value);
 }
 
-void appendAtomValue(JSAtomValue*** last, JSAtomValue value) {
-  **last = new JSAtomValue(value);
+void appendAtomValue(JSParser* parser, JSAtomValue*** last, JSAtomValue value) {
+  **last = parser->newAtomValue(value);
   (**last)->next = nullptr;
   *last = &(**last)->next;
 }
@@ -765,7 +765,7 @@ JSAtom* scalarAtom(JSParser* parser, const VPFuzzyValue* fuzzy) {
   JSAtomValue value = {};
   if (fuzzy->values == nullptr) {
     CHECK(field->theClass == VPField::EVENT_OUT || field->theClass == VPField::EVENT_IN);
-    atom->values = new JSAtomValue(value);
+    atom->values = parser->newAtomValue(value);
     return atom;
   }
   JSAtomValue** last = &atom->values;
@@ -773,14 +773,14 @@ JSAtom* scalarAtom(JSParser* parser, const VPFuzzyValue* fuzzy) {
     VPValue* fieldValue = fuzzy->values;
     CHECK(fieldValue->next == NULL);
     value.truth = fieldValue->intValue;
-    appendAtomValue(&last, value);
+    appendAtomValue(parser, &last, value);
     return atom;
   }
   for (VPValue* cell = fuzzy->values; cell != nullptr; cell = cell->next) {
     value.number = field->theType != VPField::SFInt32 ? cell->floatValue
                    : vrml97Option()                       ? double(cell->intValue)
                                                         : float(cell->intValue);
-    appendAtomValue(&last, value);
+    appendAtomValue(parser, &last, value);
   }
   return atom;
 }

@@ -286,10 +286,13 @@ TEST(ScriptSimulation, TooFewArgumentsIsAnAlert) {
 TEST(ScriptSimulation, RepeatedCallsOfOneCallerAreWalkedOnce) {
   std::string repeated;
   for (int i = 0; i < 50; i++) repeated += "g(1); ";
+  std::string many;  // more calls than the first table of finished calls holds
+  for (int i = 0; i < 200; i++) many += "g(" + std::to_string(i % 100) + "); ";
   Simulation simulation("function f() { " + repeated + "}\n"
                         "function g(a) { r = s; h(); h(); }\n"
                         "function h() { r = s; }\n"
-                        "function e() { g(1); g(2); t = 1; g(1); }\n");
+                        "function e() { g(1); g(2); t = 1; g(1); }\n"
+                        "function k() { " + many + "}\n");
   TestField* s = simulation.context.field("s", number(1));
   simulation.context.field("t", number(0));
   simulation.call("f");
@@ -297,6 +300,9 @@ TEST(ScriptSimulation, RepeatedCallsOfOneCallerAreWalkedOnce) {
   s->reads = 0;
   simulation.call("e");
   EXPECT_EQ(s->reads, 6);  // g(1), g(2) and g(1) once more, each with one h()
+  s->reads = 0;
+  simulation.call("k");
+  EXPECT_EQ(s->reads, 200);  // g(0) to g(99) once, each with one h()
 }
 
 // Each script stops the simulation, or the rewriting, with its check.

@@ -34,10 +34,7 @@ inline JSAtom* makeAtom(JSParser* parser, const FieldValue& value, JSObject* sel
   static const int types[] = {JSAtom::FLOAT,   JSAtom::BOOLEAN, JSAtom::FLOAT,
                               JSAtom::BOOLEAN, JSAtom::UNKNOWN, JSAtom::OBJECT};
   JSAtom* atom = parser->newAtom(types[value.kind]);
-  auto push = [atom](JSAtomValue cell) {
-    cell.next = atom->values;
-    atom->values = new JSAtomValue(cell);
-  };
+  auto push = [parser, atom](JSAtomValue cell) { parser->pushValue(atom, cell); };
   JSAtomValue cell = {};
   switch (value.kind) {
   case FieldValue::NUMBERS:

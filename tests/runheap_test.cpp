@@ -1,5 +1,6 @@
 // The run heap: every object comes zeroed and aligned, also when it reuses
-// the memory of one given back, and no object overlaps another of any size.
+// the memory of one given back, and no object overlaps another of any size;
+// an arena's pieces stand apart over many blocks, round after round.
 #include "runheap.h"
 
 #include <gtest/gtest.h>
@@ -45,6 +46,31 @@ TEST(RunHeap, ObjectsComeZeroedAlignedAndApartAlsoWhenReused) {
     standing.swap(kept);
   }
   for (auto [object, size] : standing) EXPECT_TRUE(allBytesAre(object, size, 0xFF)) << size;
+  endRunHeap(&heap);
+}
+
+// Pieces of every size an arena takes, over several blocks, each filled with
+// a byte of its own: a piece that overlapped another, or a block taken twice
+// in one round, leaves a byte that is not its own.
+TEST(RunArena, PiecesStandApartOverBlocksAndRounds) {
+  RunHeap heap;
+  beginRunHeap(&heap);
+  RunArena arena;
+  for (int round = 0; round < 3; round++) {
+    std::vector<std::pair<unsigned char*, size_t>> pieces;
+    for (int i = 0; i < 3000; i++) {
+      // The first larger than any block, some later ones than the first block.
+      size_t size = i == 0 ? 100000 : 1 + (i * 37 + round) % 1500;
+      auto* piece = static_cast<unsigned char*>(arena.allocate(size));
+      ASSERT_EQ(reinterpret_cast<uintptr_t>(piece) % 8, 0u) << size;
+      memset(piece, i & 0xFF, size);
+      pieces.push_back({piece, size});
+    }
+    for (size_t i = 0; i < pieces.size(); i++) {
+      EXPECT_TRUE(allBytesAre(pieces[i].first, pieces[i].second, i & 0xFF)) << round << " " << i;
+    }
+    arena.release();
+  }
   endRunHeap(&heap);
 }
 
