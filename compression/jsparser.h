@@ -236,6 +236,7 @@ struct JSParser {
   void countEntryWork();
   /// The first function of the name in order of declaration, or NULL.
   JSFunction* firstFunction(const char* name);
+  JSFunction* firstIndexedFunction(const char* name);
   JSAtom* simulateFunction(JSFunction* fn, JSAtomList* args);
   JSAtom* resolveName(const char* name);
   JSVarObject* newVariable();

@@ -372,9 +372,21 @@ JSAtom* JSParser::resolveName(const char* name) {
   return reference;
 }
 
+// Scripts of more functions than this find them by an index.
+constexpr int kIndexedFunctions = 8;
+
 // The index lives in the run's record, which frees it; the parser's own
 // records go with the run's heap.
 JSFunction* JSParser::firstFunction(const char* name) {
+  int walked = 0;
+  for (JSFunction* fn = functions; fn != nullptr; fn = fn->next) {
+    if (strcmp(fn->name, name) == 0) return fn;
+    if (++walked == kIndexedFunctions) return firstIndexedFunction(name);
+  }
+  return nullptr;
+}
+
+JSFunction* JSParser::firstIndexedFunction(const char* name) {
   auto& firstFunctions = currentRun->reading.firstFunctions[this];
   if (functionsChanged) {
     firstFunctions.clear();

@@ -305,6 +305,25 @@ TEST(ScriptSimulation, RepeatedCallsOfOneCallerAreWalkedOnce) {
   EXPECT_EQ(s->reads, 200);  // g(0) to g(99) once, each with one h()
 }
 
+// A name declared twice calls its first declaration, among the first few
+// functions of a script and past them.
+TEST(ScriptSimulation, ACallFindsTheFirstFunctionOfItsName) {
+  std::string others;
+  for (int i = 0; i < 8; i++) others += "function o" + std::to_string(i) + "() { }\n";
+  Simulation simulation("function o() { }\nfunction f() { r = s; }\n" + others +
+                        "function g() { r = u; }\nfunction f() { r = t; }\n"
+                        "function g() { r = v; }\n");
+  TestField* fields[] = {simulation.context.field("s", number(1)),
+                         simulation.context.field("t", number(1)),
+                         simulation.context.field("u", number(1)),
+                         simulation.context.field("v", number(1))};
+  EXPECT_EQ(simulation.call("f"), 1);
+  EXPECT_EQ(simulation.call("g"), 1);
+  EXPECT_EQ(simulation.call("h"), 0);
+  int expectedReads[] = {1, 0, 1, 0};
+  for (int i = 0; i < 4; i++) EXPECT_EQ(fields[i]->reads, expectedReads[i]) << i;
+}
+
 // Each script stops the simulation, or the rewriting, with its check.
 TEST(ScriptSimulation, ScriptsOutsideTheDomainStopWithTheirCheck) {
   struct {
