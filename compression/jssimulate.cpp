@@ -45,7 +45,6 @@ int countValues(const JSAtom* atom) {
   return count;
 }
 
-
 bool isKnown(const JSAtom* atom, int type) { return atom->type == type && atom->valueKnown; }
 
 bool isKnownTruth(const JSAtom* atom, int truth) {
