@@ -2,7 +2,6 @@
 // and the rewriting of a script by the marks that the walk left.
 #include "jssimulate.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
@@ -374,8 +373,6 @@ JSAtom* JSParser::resolveName(const char* name) {
 // Scripts of more functions than this find them by an index.
 constexpr int kIndexedFunctions = 8;
 
-// The index lives in the run's record, which frees it; the parser's own
-// records go with the run's heap.
 JSFunction* JSParser::firstFunction(const char* name) {
   int walked = 0;
   for (JSFunction* fn = functions; fn != nullptr; fn = fn->next) {
@@ -385,6 +382,8 @@ JSFunction* JSParser::firstFunction(const char* name) {
   return nullptr;
 }
 
+// The index lives in the reading's state, which frees it; the parser's own
+// records go with the reading's heap.
 JSFunction* JSParser::firstIndexedFunction(const char* name) {
   auto& firstFunctions = currentRun->reading.firstFunctions[this];
   if (functionsChanged) {
@@ -855,7 +854,7 @@ uint64_t cellBits(int type, const JSAtomValue* cell) {
 }
 
 // Equal for calls whose arguments are identical atoms.
-size_t callHash(const JSFunction* fn, const JSAtomList* args) {
+JSFinishedCallKey callKey(const JSFunction* fn, const JSAtomList* args) {
   size_t hash = reinterpret_cast<uintptr_t>(fn);
   for (; args != nullptr; args = args->next) {
     const JSAtom* atom = args->atom;
@@ -864,49 +863,27 @@ size_t callHash(const JSFunction* fn, const JSAtomList* args) {
       hash = mixedHash(hash, cellBits(atom->type, cell));
     }
   }
-  return hash;
+  return {fn, hash};
 }
 
-size_t firstSlot(const std::vector<size_t>& slots, size_t hash) {
-  return (hash * 0x9E3779B97F4A7C15ull) >> 20 & (slots.size() - 1);
+const JSFinishedCall* findFinishedCall(JSFinishedCalls& finished, const JSFinishedCallKey& key,
+                                       const JSAtomList* args) {
+  const JSFinishedCall* call = finished.newestOfKey.find(key);
+  return call != nullptr && identicalArguments(finished, *call, args) ? call : nullptr;
 }
 
-const JSFinishedCall* findFinishedCall(const JSFinishedCalls& finished, size_t hash,
-                                       const JSFunction* fn, const JSAtomList* args) {
-  const std::vector<size_t>& slots = finished.slots;
-  if (slots.empty()) return nullptr;
-  for (size_t i = firstSlot(slots, hash); slots[i] != 0; i = (i + 1) & (slots.size() - 1)) {
-    const JSFinishedCall& call = finished.calls[slots[i] - 1];
-    if (call.hash == hash && call.fn == fn && identicalArguments(finished, call, args)) return &call;
-  }
-  return nullptr;
-}
-
-void placeCall(std::vector<size_t>& slots, size_t hash, size_t index) {
-  size_t i = firstSlot(slots, hash);
-  while (slots[i] != 0) i = (i + 1) & (slots.size() - 1);
-  slots[i] = index + 1;
-}
-
-void addFinishedCall(JSFinishedCalls* finished, JSFinishedCall call, const JSAtomList* args) {
+void addFinishedCall(JSFinishedCalls* finished, const JSFinishedCallKey& key, JSFinishedCall call,
+                     const JSAtomList* args) {
   call.firstArgument = finished->arguments.size();
   for (; args != nullptr; args = args->next) finished->arguments.push_back(args->atom);
   call.argumentCount = finished->arguments.size() - call.firstArgument;
-  finished->calls.push_back(call);
-  std::vector<size_t>& slots = finished->slots;
-  if (2 * finished->calls.size() <= slots.size()) {
-    placeCall(slots, call.hash, finished->calls.size() - 1);
-    return;
-  }
-  slots.assign(std::max<size_t>(64, 2 * slots.size()), 0);
-  for (size_t i = 0; i < finished->calls.size(); i++) placeCall(slots, finished->calls[i].hash, i);
+  finished->newestOfKey[key] = call;
 }
 
 void forgetFinishedCalls(JSFinishedCalls* finished, long version) {
   finished->version = version;
-  finished->calls.clear();
   finished->arguments.clear();
-  std::fill(finished->slots.begin(), finished->slots.end(), 0);
+  finished->newestOfKey.clear();
 }
 
 }  // namespace
@@ -923,8 +900,8 @@ JSAtom* JSParser::simulateOrRepeat(JSFunction* fn, JSAtomList* args) {
   JSFinishedCalls* finished = finishedCalls;
   long version = simulationVersion();
   if (finished->version != version) forgetFinishedCalls(finished, version);
-  size_t hash = callHash(fn, args);
-  if (const JSFinishedCall* call = findFinishedCall(*finished, hash, fn, args)) {
+  JSFinishedCallKey key = callKey(fn, args);
+  if (const JSFinishedCall* call = findFinishedCall(*finished, key, args)) {
     ourContext->resendEvents(call->eventsFrom, call->eventsTo);
     return call->result;
   }
@@ -932,7 +909,7 @@ JSAtom* JSParser::simulateOrRepeat(JSFunction* fn, JSAtomList* args) {
   JSAtom* result = simulateFunction(fn, args);
   // Kept also when the call changed something: the next lookup finds another
   // version and forgets it.
-  addFinishedCall(finished, {fn, hash, 0, 0, result, eventsFrom, ourContext->eventsMark()}, args);
+  addFinishedCall(finished, key, {0, 0, result, eventsFrom, ourContext->eventsMark()}, args);
   return result;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "jsparser.h"
+#include "runcontext.h"
 
 /// One possible value of an atom, read by the atom's type.
 struct JSAtomValue {
@@ -110,8 +111,6 @@ struct JSStackEntry {
 /// finds every stack as this one did, reads the same values and sends the same
 /// events, and the marks it would set are set.
 struct JSFinishedCall {
-  JSFunction* fn;
-  size_t hash;  ///< of the function and the bits of the arguments
   size_t firstArgument;  ///< where its arguments begin in JSFinishedCalls::arguments
   size_t argumentCount;
   JSAtom* result;
@@ -119,14 +118,24 @@ struct JSFinishedCall {
   const void* eventsTo;
 };
 
+/// A function and a hash of the bits of its arguments.
+struct JSFinishedCallKey {
+  const JSFunction* fn;
+  size_t argumentsHash;
+  bool operator==(const JSFinishedCallKey& other) const {
+    return fn == other.fn && argumentsHash == other.argumentsHash;
+  }
+  size_t hash() const { return argumentsHash; }
+};
+
 /// The finished calls of one running call, kept while the version stands.
 struct JSFinishedCalls {
   long version = -1;
-  std::vector<JSFinishedCall> calls;
   std::vector<const JSAtom*> arguments;  ///< of all the calls, one after another
-  /// Finds the calls by hash: each slot the index of a call plus one, 0 when
-  /// free; a power of two of them, at most half taken.
-  std::vector<size_t> slots;
+  /// The newest call of each key. Of two calls whose arguments differ but
+  /// hash alike only the newer is kept: the older is walked again, as if it
+  /// had never finished.
+  FlatMap<JSFinishedCallKey, JSFinishedCall> newestOfKey;
 };
 
 /// Whether the first `count` arguments of two calls are the same values.

@@ -14,7 +14,7 @@
 
 namespace {
 
-// The counters and sets of the cascade, in the record of the run.
+// The counters and sets of the cascade, in the state of the reading.
 CascadeState& cascade() { return currentRun->reading.cascade; }
 
 constexpr int kEventLimit = 10000;

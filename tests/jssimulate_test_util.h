@@ -29,7 +29,7 @@ inline FieldValue anything() { return {FieldValue::ANYTHING, {}, 0}; }
 /// An object: its value is itself, and its members are further fields.
 inline FieldValue node() { return {FieldValue::NODE, {}, 0}; }
 
-/// An atom of the value, made on the parser's list as the scene would make it.
+/// An atom of the value, made in the parser's atom memory as the scene would make it.
 inline JSAtom* makeAtom(JSParser* parser, const FieldValue& value, JSObject* self = nullptr) {
   static const int types[] = {JSAtom::FLOAT,   JSAtom::BOOLEAN, JSAtom::FLOAT,
                               JSAtom::BOOLEAN, JSAtom::UNKNOWN, JSAtom::OBJECT};
