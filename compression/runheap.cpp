@@ -8,6 +8,7 @@
 #include "runheap.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -31,7 +32,7 @@ void* allocateLinked(size_t size) {
 
 #ifndef WORLDPARE_SANITIZE
 constexpr size_t kBlockSize = size_t(1) << 20;
-constexpr size_t kObjectGrain = 16;
+constexpr size_t kObjectGrain = 8;
 
 char* cutFromBlock(RunHeap* heap, size_t size) {
   if (size_t(heap->blockEnd - heap->blockNext) < size) {
@@ -43,8 +44,10 @@ char* cutFromBlock(RunHeap* heap, size_t size) {
   return piece;
 }
 
-// A small object's link has no previous one; its next names the free list
-// that takes the object back, that of its size in the heap that made it.
+// A small object is preceded by one word: the address of the free list that
+// takes it back (that of its size in the heap that made it) with the low bit
+// set. The word before a linked allocation is the next link of its ring, an
+// aligned address, so the bit tells the two apart.
 void* allocateSmall(size_t size) {
   size_t sizeClass = (size - 1) / kObjectGrain;
   size = (sizeClass + 1) * kObjectGrain;
@@ -55,13 +58,9 @@ void* allocateSmall(size_t size) {
     freeList = *static_cast<void**>(object);
     return memset(object, 0, size);
   }
-  // Blocks end on a 16-byte boundary and records take multiples of 8 bytes:
-  // an object starts where the room left is a multiple of 16.
-  heap->blockNext += (heap->blockEnd - heap->blockNext) % kObjectGrain;
-  auto* link = reinterpret_cast<RunHeap::Link*>(cutFromBlock(heap, sizeof(RunHeap::Link) + size));
-  link->previous = nullptr;
-  link->next = reinterpret_cast<RunHeap::Link*>(&freeList);
-  return link + 1;
+  auto* header = reinterpret_cast<uintptr_t*>(cutFromBlock(heap, sizeof(uintptr_t) + size));
+  *header = reinterpret_cast<uintptr_t>(&freeList) | 1;
+  return header + 1;
 }
 #endif
 
@@ -76,13 +75,14 @@ void* allocateObject(size_t size) {
 
 void releaseObject(void* object) {
   if (object == nullptr) return;
-  RunHeap::Link* link = linkOf(object);
-  if (link->previous == nullptr) {
-    void** freeList = reinterpret_cast<void**>(link->next);
+  uintptr_t header = static_cast<uintptr_t*>(object)[-1];
+  if ((header & 1) != 0) {
+    auto** freeList = reinterpret_cast<void**>(header & ~uintptr_t(1));
     *static_cast<void**>(object) = *freeList;
     *freeList = object;
     return;
   }
+  RunHeap::Link* link = linkOf(object);
   link->previous->next = link->next;
   link->next->previous = link->previous;
   free(link);

@@ -21,7 +21,7 @@ Element* newArray(size_t count) {
 char* copyString(const char* text, size_t length);
 char* copyString(const char* text);
 
-/// Zeroed memory of an object that may be given back before the run ends.
+/// Zeroed memory, 8-aligned, of an object that may be given back before the run ends.
 void* allocateObject(size_t size);
 void releaseObject(void* object);
 template <class Element>
@@ -63,7 +63,7 @@ struct RunHeap {
     Link* previous;
     Link* next;
   };
-  static constexpr size_t kObjectClasses = 16;  ///< small objects: 16, 32, ... 256 bytes
+  static constexpr size_t kObjectClasses = 32;  ///< small objects: 8, 16, ... 256 bytes
   Link objects = {&objects, &objects};  ///< a ring of every live allocation
   char* blockNext = nullptr;            ///< the free part of the block of small records
   char* blockEnd = nullptr;
