@@ -200,7 +200,7 @@ VPValue* reversedCells(VPValue* cells) {
 bool isOpaqueField(const VPNode* node, const VPField* field) {
   return vrml97Option() && field->theClass == VPField::EXPOSED_FIELD && !field->holdsNodes() &&
          node->nodeType == VPNode::OTHER && node->other.baseProto->nodeType == VPNode::EXTERNPROTO &&
-         !node->other.baseProto->isBuiltin;
+         !node->other.baseProto->declaration->isBuiltin;
 }
 
 bool isEventClass(const VPField* field) {
@@ -1152,7 +1152,7 @@ namespace {
 bool mayAnswerSets(const VPNode* node) {
   if (node->nodeType != VPNode::OTHER) return false;
   const VPNode* type = node->other.baseProto;
-  if (type->nodeType == VPNode::PROTO || !type->isBuiltin) return true;
+  if (type->nodeType == VPNode::PROTO || !type->declaration->isBuiltin) return true;
   for (const VPFieldList* cell = type->fields; cell != nullptr; cell = cell->next) {
     if (cell->field->theClass == VPField::EVENT_OUT) return true;
   }
@@ -1699,9 +1699,9 @@ void VPNode::mergeShadows(int mergeValues) {
   if (!visit()) return;
   auto merge = [mergeValues](VPNode* node) { node->mergeShadows(mergeValues); };
   if (nodeType == PROTO) {
-    forEachNode(body, merge);
+    forEachNode(declaration->body, merge);
     forEachNodeIn(fields, merge);
-    for (VPIsLink* link = isLinks; link != nullptr; link = link->next) {
+    for (VPIsLink* link = declaration->isLinks; link != nullptr; link = link->next) {
       int linkClass = link->nodeField->theClass;
       if (linkClass != VPField::EVENT_OUT && linkClass != VPField::EXPOSED_FIELD) continue;
       VPFieldList* nodeFieldList = link->node->findField(link->nodeField);
@@ -1729,7 +1729,7 @@ void VPNode::mergeShadows(int mergeValues) {
 void VPNode::pruneScripts() {
   auto enter = [](VPNode* node, NodeWalkSteps& walk) {
     walk.childrenIn(node->fields);
-    if (node->nodeType == PROTO) walk.children(node->body);
+    if (node->nodeType == PROTO) walk.children(node->declaration->body);
     if (node->nodeType == SCRIPT) walk.leave();
   };
   walkNodes(this, enter, [](VPNode* node, NodeWalkSteps& walk) {
@@ -1755,7 +1755,7 @@ void VPNode::clearSimulation() {
     walk.childrenIn(node->fields);
     switch (node->nodeType) {
     case PROTO:
-      walk.children(node->body);
+      walk.children(node->declaration->body);
       return;
     case OTHER:
       walk.children(node->other.generic.implementation);
@@ -1794,7 +1794,7 @@ bool holdsActiveNodes(const VPFieldList* cell, UndrawnActivity& activity) {
 void VPNode::nukeDeadScriptFields(UndrawnActivity& activity) {
   auto enter = [](VPNode* node, NodeWalkSteps& walk) {
     walk.childrenIn(node->fields);
-    if (node->nodeType == PROTO) walk.children(node->body);
+    if (node->nodeType == PROTO) walk.children(node->declaration->body);
     if (node->nodeType == SCRIPT && !node->other.script.program->opaque) walk.leave();
   };
   walkNodes(this, enter, [&activity](VPNode* node, NodeWalkSteps& walk) {

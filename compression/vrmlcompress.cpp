@@ -105,7 +105,7 @@ void VPFile::scanNodes() {
 // needs no stand-in for it.
 void VPFile::addStandIns() {
   forEachNode(allProtos, [this](VPNode* proto) {
-    if (proto->instances != nullptr) return;
+    if (proto->declaration->instances != nullptr) return;
     VPNode* standIn = newRecord<VPNode>();
     standIn->nodeType = VPNode::OTHER;
     standIn->other.baseProto = proto;
@@ -143,7 +143,8 @@ void unlinkIsLinkCell(VPIsLink* cell) {
 
 void VPNode::addIsLink(VPFieldList* field) {
   CHECK(field->redirect != NULL);
-  pushIsLink(&field->redirect->proto->isLinks, field->redirect->field, this, field->field);
+  pushIsLink(&field->redirect->proto->declaration->isLinks, field->redirect->field, this,
+             field->field);
 }
 
 // One cell of a node's field list: its IS, and the nodes it holds.
@@ -185,7 +186,7 @@ void VPNode::scanNode(bool inDeclaration) {
     return;
   case PROTO:
     pushContext("Scanning PROTO %s", name);
-    for (VPNodeList* cell = body; cell != nullptr; cell = cell->next) {
+    for (VPNodeList* cell = declaration->body; cell != nullptr; cell = cell->next) {
       if (cell->node != nullptr) cell->node->scanNode(true);
     }
     popContext();
@@ -248,7 +249,7 @@ void VPNode::expandInstance() {
   CHECK(proto->nodeType == PROTO);
   CHECK(other.generic.implementation == NULL);
   VPNodeList** last = &other.generic.implementation;
-  for (VPNodeList* cell = proto->body; cell != nullptr; cell = cell->next) {
+  for (VPNodeList* cell = proto->declaration->body; cell != nullptr; cell = cell->next) {
     *last = newRecord<VPNodeList>();
     // --vrml97: a PROTO declared in the body has nothing to copy.
     bool isDeclaration = cell->node != nullptr && (cell->node->nodeType == PROTO ||
@@ -550,7 +551,8 @@ namespace {
 // when it has no instance or two instances differ.
 VPFieldList* valueOfAllInstances(VPNode* proto, VPField* field) {
   VPFieldList* reference = nullptr;
-  for (VPNodeList* instance = proto->instances; instance != nullptr; instance = instance->next) {
+  for (VPNodeList* instance = proto->declaration->instances; instance != nullptr;
+       instance = instance->next) {
     VPNode* node = instance->node;
     CHECK(node->nodeType == VPNode::SCRIPT || node->nodeType == VPNode::OTHER);
     CHECK(node->other.baseProto == proto);
@@ -867,7 +869,8 @@ void VPNode::removeIsLink(VPFieldList* cell) {
   VPRedirect* redirect = cell->redirect;
   CHECK(redirect != NULL);
   cell->redirect = nullptr;
-  bool removed = unlinkIsLink(&redirect->proto->isLinks, this, cell->field, redirect->field);
+  bool removed =
+      unlinkIsLink(&redirect->proto->declaration->isLinks, this, cell->field, redirect->field);
   CHECK(removed);
   for (VPShadow* shadow = other.shadowNodes; shadow != nullptr; shadow = shadow->next) {
     VPNode* root = shadow->root;
@@ -927,12 +930,12 @@ bool isInterfaceFieldLive(const VPFieldList* cell, LinksByField& links) {
 // removal takes an IS link of the PROTO's own body along.
 void VPNode::pruneInterface() {
   CHECK(nodeType == PROTO);
-  forEachNode(body, [](VPNode* node) {
+  forEachNode(declaration->body, [](VPNode* node) {
     if (node->nodeType != PROTO && node->nodeType != EXTERNPROTO) node->foldNode();
   });
-  forEachNode(body, [](VPNode* node) { node->clearVisited(); });
+  forEachNode(declaration->body, [](VPNode* node) { node->clearVisited(); });
   LinksByField links;
-  for (VPIsLink* link = isLinks; link != nullptr; link = link->next) {
+  for (VPIsLink* link = declaration->isLinks; link != nullptr; link = link->next) {
     links[link->protoField].push_back(link);
   }
   FieldSet dead;
@@ -940,7 +943,7 @@ void VPNode::pruneInterface() {
     if (!isInterfaceFieldLive(cell, links)) dead.add(cell->field);
   }
   if (dead.inOrder.empty()) return;
-  forEachNode(instances, [&dead](VPNode* instance) { instance->removeFields(dead); });
+  forEachNode(declaration->instances, [&dead](VPNode* instance) { instance->removeFields(dead); });
   for (VPField* field : dead.inOrder) removeLinkedFields(field, links[field]);
   VPFieldList** link = &fields;
   while (VPFieldList* cell = *link) {
@@ -1003,7 +1006,7 @@ void VPNode::pruneSwitchChoices(UndrawnActivity& activity) {
       walk.childrenIn(node->other.script.fields);
       return;
     case PROTO:
-      walk.children(node->body);
+      walk.children(node->declaration->body);
       return;
     case OTHER:
       if (strcmp(node->other.baseProto->name, "Switch") == 0) walk.leave();
@@ -1144,7 +1147,7 @@ void VPNode::dropDefName() {
       node->name = nullptr;
     }
     walk.childrenIn(node->fields);
-    if (node->nodeType == PROTO) walk.children(node->body);
+    if (node->nodeType == PROTO) walk.children(node->declaration->body);
     if (node->nodeType == SCRIPT) walk.childrenIn(node->other.script.fields);
   });
 }
@@ -1164,7 +1167,7 @@ std::vector<VPNode*> VPFile::allNodes() {
   for (size_t i = 0; i < nodes.size(); i++) {
     VPNode* node = nodes[i];
     forEachNodeIn(node->fields, reach);
-    if (node->nodeType == VPNode::PROTO) forEachNode(node->body, reach);
+    if (node->nodeType == VPNode::PROTO) forEachNode(node->declaration->body, reach);
     if (node->nodeType == VPNode::OTHER) forEachNode(node->other.generic.implementation, reach);
     if (node->nodeType == VPNode::SCRIPT) forEachNodeIn(node->other.script.fields, reach);
   }
@@ -1183,7 +1186,7 @@ bool isSightSeed(const VPNode* node) {
   if (node->nodeType == VPNode::SCRIPT) return true;
   if (node->nodeType != VPNode::OTHER) return false;
   const VPNode* type = node->other.baseProto;
-  return type->nodeType == VPNode::EXTERNPROTO && !type->isBuiltin;
+  return type->nodeType == VPNode::EXTERNPROTO && !type->declaration->isBuiltin;
 }
 
 // What a Script that sees this node's values, or holds it, sees too: the
@@ -1400,7 +1403,8 @@ struct NodeSharing {
 };
 
 bool NodeSharing::canShare(VPNode* node) {
-  if (node->nodeType != VPNode::OTHER || node->isProtoInstance() || !node->other.baseProto->isBuiltin ||
+  if (node->nodeType != VPNode::OTHER || node->isProtoInstance() ||
+      !node->other.baseProto->declaration->isBuiltin ||
       isSingularType(node) || node->scriptSeen || node->other.routesIn != nullptr ||
       node->other.routesOut != nullptr) {
     return false;
@@ -1536,7 +1540,7 @@ void shareScope(VPNodeList* list) {
   sharing.collectNames(list);
   for (VPNodeList* cell = list; cell != nullptr; cell = cell->next) sharing.shareAt(&cell->node);
   forEachNode(list, [](VPNode* node) {
-    if (node->nodeType == VPNode::PROTO) shareScope(node->body);
+    if (node->nodeType == VPNode::PROTO) shareScope(node->declaration->body);
   });
 }
 

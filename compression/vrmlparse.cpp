@@ -538,7 +538,7 @@ void clearMarks(UnclearedNodes& work) {
       pushMarkedNodeFields(work, node->fields);  // --vrml97Option: defaults that hold nodes
       break;
     case VPNode::PROTO:
-      pushMarkedNodes(work, node->body);
+      pushMarkedNodes(work, node->declaration->body);
       pushMarkedNodeFields(work, node->fields);
       break;
     default:
@@ -1389,7 +1389,7 @@ StringTable::Entry* VPFile::findTopProto(const char* name) {
   library.isLibrary = true;
   library.parseText(buffer.data());
   VPNode* builtin = library.topLevel->node;
-  builtin->isBuiltin = 1;
+  builtin->declaration->isBuiltin = 1;
   return protos->addString(name, builtin);
 }
 
@@ -1603,6 +1603,14 @@ VPNodeList* VPFile::newNodeList(VPNode* node) {
   return cell;
 }
 
+VPNodeList* VPFile::newDeclaration(int nodeType) {
+  VPNodeList* cell = newNodeList(newRecord<VPNode>());
+  cell->node->nodeType = nodeType;
+  cell->node->position = tokenPosition();
+  cell->node->declaration = newRecord<VPDeclaration>();
+  return cell;
+}
+
 // NodeOrProto: EXTERNPROTO ... | PROTO ... | NULL | DEF Id Node | USE Id
 //            | ROUTE ... NodeOrProto | Node
 VPNodeList* VPFile::parseNodeOrProto() {
@@ -1686,8 +1694,8 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
   } else if (proto->nodeType == VPNode::PROTO) {
     CHECK(result->node->nodeType == VPNode::OTHER);
     VPNodeList* instance = newNodeList(node);
-    instance->next = proto->instances;
-    proto->instances = instance;
+    instance->next = proto->declaration->instances;
+    proto->declaration->instances = instance;
   }
   return result;
 }
@@ -1790,7 +1798,9 @@ VPNode* VPFile::findProto(const char* name) {
 // from here on. The standard nodes keep their names: false, nothing declared.
 bool VPFile::declareProto(VPNode* proto) {
   StringTable::Entry* builtin = findTopProto(proto->name);
-  if (builtin != nullptr && static_cast<VPNode*>(builtin->data)->isBuiltin) return false;
+  if (builtin != nullptr && static_cast<VPNode*>(builtin->data)->declaration->isBuiltin) {
+    return false;
+  }
   if (localScopes.empty()) {
     if (StringTable::Entry* entry = protos->findString(proto->name)) {
       entry->data = proto;
@@ -2004,9 +2014,7 @@ void VPFile::parseEventIs(VPFieldList* cell) {
 
 // ExternProto: EXTERNPROTO Id "[" Interface "]" MFString
 VPNodeList* VPFile::parseExternProto() {
-  VPNodeList* result = newNodeList(newRecord<VPNode>());
-  result->node->nodeType = VPNode::EXTERNPROTO;
-  result->node->position = tokenPosition();
+  VPNodeList* result = newDeclaration(VPNode::EXTERNPROTO);
   nextToken();
   CHECK_AT(tokType == TokId, tokenLine, tokenColumn, "found %s where a name was expected",
            describeToken().c_str());
@@ -2018,7 +2026,7 @@ VPNodeList* VPFile::parseExternProto() {
   result->node->fields = parseInterface(0);
   nextToken();
   CHECK_AT(*token == ']', tokenLine, tokenColumn, "%s", interfaceEndSentence(openLine).c_str());
-  result->node->urls = parseMFString();
+  result->node->declaration->urls = parseMFString();
   if (!vrml97Option() || !declareProto(result->node)) {
     findTopProto(result->node->name);  // declares a standard node of that name
     CHECK(protos->findString (result->node->name) == 0);
@@ -2030,10 +2038,8 @@ VPNodeList* VPFile::parseExternProto() {
 // Proto: PROTO Id "[" Interface "]" "{" { NodeOrProto } "}"
 // The name is known only behind the body, so no PROTO holds an instance of itself.
 VPNodeList* VPFile::parseProto() {
-  VPNodeList* result = newNodeList(newRecord<VPNode>());
+  VPNodeList* result = newDeclaration(VPNode::PROTO);
   VPNode* proto = result->node;
-  proto->nodeType = VPNode::PROTO;
-  proto->position = tokenPosition();
   nextToken();
   CHECK_AT(tokType == TokId, tokenLine, tokenColumn, "found %s where a name was expected",
            describeToken().c_str());
@@ -2057,7 +2063,7 @@ VPNodeList* VPFile::parseProto() {
   currentProtoNamedNodes = new StringTable(kFirstBucketCount, nullptr);
   localScopes.emplace_back();
   hiddenNodes.emplace_back();
-  parseItems(this, &proto->body);
+  parseItems(this, &proto->declaration->body);
   renameHiddenNodes(currentProtoNamedNodes);
   hiddenNodes.pop_back();
   endLocalScope();
@@ -2211,11 +2217,12 @@ void VPNode::writeDeclaration(FILE* stream) {
   writeText(stream, "]");
   writeGap(stream, ' ');
   if (nodeType == EXTERNPROTO) {
-    if (urls != nullptr) writeValue(stream, VPField::MFString, urls);
+    if (declaration->urls != nullptr) writeValue(stream, VPField::MFString, declaration->urls);
     return;
   }
   writeText(stream, "{");
   writeGap(stream, '\n');
+  VPNodeList* body = declaration->body;
   for (VPNodeList* cell = body; cell != nullptr; cell = cell->next) writeNode(stream, cell);
   clearVisitedNodes(body);
   for (VPNodeList* cell = body; cell != nullptr; cell = cell->next) {

@@ -161,28 +161,35 @@ struct JSParser;
 struct VPFuzzyValue;
 struct VPEventRecord;
 
+/// What only a declaration has. Declarations are few and instances many, so
+/// an instance does not carry it.
+struct VPDeclaration {
+  VPValue* urls;            ///< EXTERNPROTO
+  VPNodeList* body;         ///< PROTO
+  VPNodeList* instances;    ///< PROTO: the OTHER nodes of this type, newest first
+  VPIsLink* isLinks;        ///< PROTO
+  int isBuiltin;            ///< EXTERNPROTO: a standard node of the built-in library
+};
+
 /// A declaration (EXTERNPROTO, PROTO) or an instance (SCRIPT, OTHER).
-/// - EXTERNPROTO: name is the type name, fields the declared fields, urls the URL list.
-/// - PROTO: name, fields with defaults, body (top nodes), instances, isLinks.
+/// - EXTERNPROTO: name is the type name, fields the declared fields,
+///   declaration->urls the URL list.
+/// - PROTO: name, fields with defaults, and in `declaration` the body (top
+///   nodes), instances, isLinks.
 /// - SCRIPT and OTHER: name is the DEF name or NULL, fields the cells set in the
 ///   file, and everything in `other`; a SCRIPT's interface is other.script.fields.
-/// All members of a new node are zero.
+/// All members of a new node are zero, but the declaration of a declaration.
 struct VPNode {
   enum NodeType { EXTERNPROTO = 0, PROTO = 1, SCRIPT = 2, OTHER = 3 };
 
   int nodeType;
+  unsigned visited;  ///< the traversal that marked it last: see visit()
   char* name;
   VPFieldList* fields;
-  unsigned visited;  ///< the traversal that marked it last: see visit()
   int scriptSeen;  ///< --vrml97: 1 a Script may see its values, 2 may also hold it
   unsigned reachMark;  ///< the mark of the NodeCollector that met it last
   InputPosition position;  ///< of the type name of an instance, of the word of a declaration
-
-  VPValue* urls;            ///< EXTERNPROTO
-  int isBuiltin;            ///< EXTERNPROTO: a standard node of the built-in library
-  VPNodeList* body;         ///< PROTO
-  VPNodeList* instances;    ///< PROTO: the OTHER nodes of this type, newest first
-  VPIsLink* isLinks;        ///< PROTO
+  VPDeclaration* declaration;  ///< EXTERNPROTO and PROTO only
 
   struct {
     int refCount;           ///< places that refer to the node: 1, plus one per USE
@@ -596,6 +603,8 @@ struct VPFile {
   std::string routeFieldSentence(const VPNode* node, const char* event) const;
   VPValue* parseFloatTuple(int count, const char* partialWord);
   VPNodeList* newNodeList(VPNode* node);
+  /// A new EXTERNPROTO or PROTO at the token, in a list cell of its own.
+  VPNodeList* newDeclaration(int nodeType);
   VPFieldList* parseDeclaration(int withValues);
   void parseEventIs(VPFieldList* cell);
   void checkAliasForm(VPFieldList* result, VPFieldList* bestFit, bool setForm, bool changedForm);

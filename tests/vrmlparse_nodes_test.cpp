@@ -120,7 +120,8 @@ TEST(FieldNames, InstanceFieldsMeanTheSameInShortAndLongInterfaces) {
     VPNode* proto = file->topLevel->next->node;
     ASSERT_EQ(proto->nodeType, VPNode::PROTO);
     std::string fields;
-    for (VPFieldList* cell = proto->body->node->fields; cell != nullptr; cell = cell->next) {
+    VPNode* bodyNode = proto->declaration->body->node;
+    for (VPFieldList* cell = bodyNode->fields; cell != nullptr; cell = cell->next) {
       fields += std::string(cell->field->name) + " IS " + cell->redirect->field->name + ";";
     }
     EXPECT_EQ(fields, "x IS e;z IS o;set_y IS e2;") << padding;
