@@ -44,10 +44,15 @@ void markStopPlaced();
                                    int line, int column, const char* format, ...)
     WORLDPARE_PRINTF(6);
 /// A check whose failure concerns a place in the input; the arguments after
-/// the place are the sentence's format and values.
-#define CHECK_AT(condition, line, column, ...) \
-  ((condition) ? (void)0                       \
-               : inputCheckFailed(#condition, __FILE__, __LINE__, line, column, __VA_ARGS__))
+/// the place are the sentence's format and values. They are worked out in a
+/// function of their own, so that the strings that a sentence is built of take
+/// no room in the frames of the recursive descent.
+#define CHECK_AT(condition, line, column, ...)                                      \
+  ((condition) ? (void)0                                                            \
+               : [&]() __attribute__((noinline, cold, noreturn)) {                 \
+                   inputCheckFailed(#condition, __FILE__, __LINE__, line, column, \
+                                    __VA_ARGS__);                                  \
+                 }())
 /// Ends the run with status -3.
 [[noreturn]] void stopRun();
 
