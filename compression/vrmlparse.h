@@ -201,22 +201,26 @@ struct VPNode {
     VPNode* shadowRoot;     ///< a copy: the instance it was made for
     VPFuzzyValue* values;
     VPSending* sending;     ///< --vrml97: the fields it sends in the running cascade
-    struct {
-      VPFieldList* fields;  ///< the interface declarations
-      JSParser* program;
-      VPEventRecord* eventRecords;
-    } script;
-    struct {
-      VPNodeList* implementation;
-      VPIsLink* isLinks;
-      /// An instance in a PROTO declaration, or a copy made for one: it never
-      /// runs, and the copies of its body exist only for what they tell the
-      /// body nodes.
-      bool inDeclaration;
-      /// Such a copy whose body was not copied: the expanded copy of an
-      /// instance of the same PROTO with the same values, which stands for it.
-      VPNode* representative;
-    } generic;
+    /// A SCRIPT has `script`, an OTHER node `generic`, in the same memory.
+    /// Only `representative` lies past `script`, so it reads NULL on a SCRIPT.
+    union {
+      struct {
+        VPFieldList* fields;  ///< the interface declarations
+        JSParser* program;
+        VPEventRecord* eventRecords;
+      } script;
+      struct {
+        VPNodeList* implementation;
+        VPIsLink* isLinks;
+        /// An instance in a PROTO declaration, or a copy made for one: it never
+        /// runs, and the copies of its body exist only for what they tell the
+        /// body nodes.
+        bool inDeclaration;
+        /// Such a copy whose body was not copied: the expanded copy of an
+        /// instance of the same PROTO with the same values, which stands for it.
+        VPNode* representative;
+      } generic;
+    };
   } other;
 
   VPFieldList* findField(const VPField* field);
