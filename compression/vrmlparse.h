@@ -4,6 +4,7 @@
 #ifndef WORLDPARE_VRMLPARSE_H
 #define WORLDPARE_VRMLPARSE_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -334,6 +335,11 @@ struct VPNode {
   void removeCopiedFields(const FieldSet& gone);
   void removeLinkedFields(VPField* field, const std::vector<VPIsLink*>& links);
 };
+
+// getFuzzyValue reads `representative` on a SCRIPT too, where it must stay NULL.
+static_assert(offsetof(VPNode, other.generic.representative) >=
+                  offsetof(VPNode, other.script.eventRecords) + sizeof(VPEventRecord*),
+              "representative lies past the members of a Script");
 
 /// The nodes of one walk, each once, in the order met: a walk marks the
 /// nodes with a number of its own, so that passes holding the visited marks
