@@ -12,8 +12,7 @@ StringTable::~StringTable() {
     while (entry != nullptr) {
       Entry* next = entry->next;
       if (releaseData != nullptr) releaseData(entry->data);
-      releaseObject(entry->key);
-      delete entry;
+      releaseObject(entry);
       entry = next;
     }
   }
@@ -61,8 +60,9 @@ void StringTable::grow() {
 
 StringTable::Entry* StringTable::addString(const char* key, void* data) {
   if (++entryCount > bucketCount) grow();
-  Entry* entry = new Entry;
-  entry->key = copyObjectString(key);
+  size_t length = strlen(key);
+  auto* entry = static_cast<Entry*>(allocateObject(sizeof(Entry) + length + 1));
+  memcpy(entry + 1, key, length);
   entry->hash = hashString(key);
   entry->data = data;
   Entry** chain = chainOf(entry->hash);
@@ -74,7 +74,7 @@ StringTable::Entry* StringTable::addString(const char* key, void* data) {
 StringTable::Entry* StringTable::findString(const char* key) const {
   uint32_t hash = hashString(key);
   for (Entry* entry = *chainOf(hash); entry != nullptr; entry = entry->next) {
-    if (entry->hash == hash && strcmp(entry->key, key) == 0) return entry;
+    if (entry->hash == hash && strcmp(entry->key(), key) == 0) return entry;
   }
   return nullptr;
 }
@@ -83,11 +83,10 @@ void StringTable::removeString(const char* key) {
   uint32_t hash = hashString(key);
   for (Entry** link = chainOf(hash); *link != nullptr; link = &(*link)->next) {
     Entry* entry = *link;
-    if (entry->hash == hash && strcmp(entry->key, key) == 0) {
+    if (entry->hash == hash && strcmp(entry->key(), key) == 0) {
       *link = entry->next;
       entryCount--;
-      releaseObject(entry->key);
-      delete entry;
+      releaseObject(entry);
       return;
     }
   }

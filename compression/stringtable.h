@@ -17,13 +17,14 @@ constexpr int32_t kFirstBucketCount = 7;
 
 class StringTable {
  public:
-  /// One key and its datum; the chain of a bucket is newest first.
+  /// One key and its datum; the chain of a bucket is newest first. The key's
+  /// bytes follow the entry in the same object, so that a lookup that finds
+  /// the entry finds its key in the same line of memory.
   struct Entry {
     Entry* next;
-    char* key;      ///< owned copy of the key
-    uint32_t hash;  ///< full hash of the key, not reduced by the bucket count
     void* data;     ///< not owned unless releaseData says so
-    RUN_HEAP_OBJECT
+    uint32_t hash;  ///< full hash of the key, not reduced by the bucket count
+    const char* key() const { return reinterpret_cast<const char*>(this + 1); }
   };
 
   StringTable(int32_t bucketCount, void (*releaseData)(void*));
