@@ -1,10 +1,10 @@
-// Memory of a run: every allocation carries a link in a ring of its heap, so
-// that the end of the run frees whatever is left. Small records and small
-// objects are cut from blocks of that ring; a small object given back waits
-// for the next of its size, so that the heap of a long run is not walked again
-// and again by the allocator's merging of freed chunks. Under the sanitizers
-// each record and object is its own allocation, so that the redzones guard it
-// and a use after its release is seen.
+// Memory of a run: every block and every large object carries a link in a
+// ring of its heap, so that the end of the run frees whatever is left. Small
+// records and small objects are cut from the blocks; a small object given back
+// waits for the next of its size, so that the heap of a long run is not walked
+// again and again by the allocator's merging of freed chunks. Under the
+// sanitizers each record and object is its own allocation, so that the
+// redzones guard it and a use after its release is seen.
 #include "runheap.h"
 
 #include <algorithm>

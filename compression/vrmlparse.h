@@ -179,7 +179,7 @@ struct VPDeclaration {
 ///   nodes), instances, isLinks.
 /// - SCRIPT and OTHER: name is the DEF name or NULL, fields the cells set in the
 ///   file, and everything in `other`; a SCRIPT's interface is other.script.fields.
-/// All members of a new node are zero, but the declaration of a declaration.
+/// All members of a new node are zero, and so are those of a declaration's record.
 struct VPNode {
   enum NodeType { EXTERNPROTO = 0, PROTO = 1, SCRIPT = 2, OTHER = 3 };
 
