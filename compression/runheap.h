@@ -64,7 +64,7 @@ struct RunHeap {
     Link* next;
   };
   static constexpr size_t kObjectClasses = 32;  ///< small objects: 8, 16, ... 256 bytes
-  Link objects = {&objects, &objects};  ///< a ring of every live allocation
+  Link objects = {&objects, &objects};  ///< a ring of the blocks and of the larger objects
   char* blockNext = nullptr;            ///< the free part of the block of small records
   char* blockEnd = nullptr;
   void* freeObjects[kObjectClasses] = {};  ///< given-back small objects, by size
