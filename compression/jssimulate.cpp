@@ -391,8 +391,8 @@ JSFunction* JSParser::firstIndexedFunction(const char* name) {
     for (JSFunction* fn = functions; fn != nullptr; fn = fn->next) firstFunctions.emplace(fn->name, fn);
     functionsChanged = false;
   }
-  auto found = firstFunctions.find(name);
-  return found != firstFunctions.end() ? found->second : nullptr;
+  JSFunction** found = firstFunctions.find(name);
+  return found != nullptr ? *found : nullptr;
 }
 
 void JSParser::countEntryWork() {

@@ -31,10 +31,41 @@ struct VPRoute;
 struct VPRouteList;
 struct VPShadow;
 
-/// A map from a record of pointers to a value, all in one array probed in
-/// turn: a lookup in a map of a million keys touches one line of memory where
-/// a map of linked entries touches three. A zeroed key marks a free slot, so
-/// no key may be all zero; nothing is ever removed.
+/// The hash of a key of a FlatMap: a record of pointers hashes itself.
+template <class Key>
+size_t flatHash(const Key& key) {
+  return key.hash();
+}
+template <class Pointee>
+size_t flatHash(Pointee* key) {
+  return reinterpret_cast<uintptr_t>(key);
+}
+
+/// A text that outlives the map, with its hash: only texts of one hash are
+/// compared, so a probe past other keys reads no text of theirs.
+struct TextKey {
+  std::string_view text;
+  size_t textHash = 0;
+
+  TextKey() = default;
+  TextKey(std::string_view view) : text(view), textHash(std::hash<std::string_view>()(view)) {}
+  TextKey(const char* view) : TextKey(std::string_view(view)) {}
+  bool operator==(const TextKey& other) const { return textHash == other.textHash && text == other.text; }
+  size_t hash() const { return textHash; }
+};
+
+/// Whether a key marks a free slot: the zeroed key, or a text that is no view.
+template <class Key>
+bool isFreeKey(const Key& key) {
+  return key == Key{};
+}
+inline bool isFreeKey(const TextKey& key) { return key.text.data() == nullptr; }
+
+/// A map from a pointer, a record of pointers or a text, all in one array
+/// probed in turn: a lookup in a map of a million keys touches one line of
+/// memory where a map of linked entries touches three. A free key
+/// (isFreeKey) marks a free slot, so no key may be one; nothing is ever
+/// removed. A reference to a value holds until the next insertion.
 template <class Key, class Value>
 class FlatMap {
  public:
@@ -42,22 +73,22 @@ class FlatMap {
   Value* find(const Key& key) {
     if (slots.empty()) return nullptr;
     Slot& slot = slotOf(key);
-    return isFree(slot) ? nullptr : &slot.value;
+    return isFreeKey(slot.key) ? nullptr : &slot.value;
   }
+  const Value* find(const Key& key) const { return const_cast<FlatMap*>(this)->find(key); }
   /// The value of the key, made value-initialised if it is new.
-  Value& operator[](const Key& key) {
-    if (2 * (count + 1) > slots.size()) grow();
-    Slot& slot = slotOf(key);
-    if (isFree(slot)) {
-      slot.key = key;
-      count++;
-    }
-    return slot.value;
+  Value& operator[](const Key& key) { return insert(key).first; }
+  /// Gives the key the value unless it has one; true if it had none.
+  bool emplace(const Key& key, const Value& value) {
+    std::pair<Value&, bool> slot = insert(key);
+    if (slot.second) slot.first = value;
+    return slot.second;
   }
+  bool empty() const { return count == 0; }
   template <class Visit>
   void forEachValue(Visit visit) {
     for (Slot& slot : slots) {
-      if (!isFree(slot)) visit(slot.value);
+      if (!isFreeKey(slot.key)) visit(slot.value);
     }
   }
   void clear() {
@@ -71,18 +102,27 @@ class FlatMap {
     Value value;
   };
 
-  static bool isFree(const Slot& slot) { return slot.key == Key{}; }
+  std::pair<Value&, bool> insert(const Key& key) {
+    if (2 * (count + 1) > slots.size()) grow();
+    Slot& slot = slotOf(key);
+    bool isNew = isFreeKey(slot.key);
+    if (isNew) {
+      slot.key = key;
+      count++;
+    }
+    return {slot.value, isNew};
+  }
   Slot& slotOf(const Key& key) {
     size_t mask = slots.size() - 1;
-    size_t index = (key.hash() * 0x9E3779B97F4A7C15ull) >> 20 & mask;
-    while (!isFree(slots[index]) && !(slots[index].key == key)) index = (index + 1) & mask;
+    size_t index = (flatHash(key) * 0x9E3779B97F4A7C15ull) >> 20 & mask;
+    while (!isFreeKey(slots[index].key) && !(slots[index].key == key)) index = (index + 1) & mask;
     return slots[index];
   }
   void grow() {
     std::vector<Slot> old(slots.empty() ? 64 : 2 * slots.size());
     old.swap(slots);
     for (Slot& slot : old) {
-      if (!isFree(slot)) slotOf(slot.key) = slot;
+      if (!isFreeKey(slot.key)) slotOf(slot.key) = std::move(slot);
     }
   }
 
@@ -110,7 +150,7 @@ struct LinkedValueKey {
 struct ScriptEvents {
   int changeCount = 0;  ///< the fuzzyChangeCount of every record in the list
   VPEventRecord** tail = nullptr;
-  std::unordered_set<std::string_view> unknownNames;  ///< field names, which last as long as the run
+  FlatMap<TextKey, bool> unknownNames;  ///< field names, which last as long as the run
 };
 
 /// The records of a node with many, by field: in step with the node's first
@@ -119,7 +159,7 @@ struct ScriptEvents {
 struct RecordIndex {
   const VPFuzzyValue* head = nullptr;
   long edits = -1;
-  std::unordered_map<const VPField*, VPFuzzyValue*> byField;
+  FlatMap<const VPField*, VPFuzzyValue*> byField;
 };
 
 /// What the cascade counts and keeps while it simulates.
@@ -153,11 +193,11 @@ struct FieldListIndex {
   int unlinked = 0;  ///< RunContext::fieldCellsUnlinked when the index was made
   /// By name, the position and cell of the first cell of that name, and of
   /// the first exposedField of that name.
-  std::unordered_map<std::string_view, std::pair<size_t, VPFieldList*>> firstNamed;
-  std::unordered_map<std::string_view, std::pair<size_t, VPFieldList*>> firstExposed;
+  FlatMap<TextKey, std::pair<size_t, VPFieldList*>> firstNamed;
+  FlatMap<TextKey, std::pair<size_t, VPFieldList*>> firstExposed;
   /// By name, the position and cell of the last cell of that name.
-  std::unordered_map<std::string_view, std::pair<size_t, VPFieldList*>> lastNamed;
-  std::unordered_map<const VPField*, VPFieldList*> firstOfField;
+  FlatMap<TextKey, std::pair<size_t, VPFieldList*>> lastNamed;
+  FlatMap<const VPField*, VPFieldList*> firstOfField;
 };
 
 /// The IS links of a long list by node, node field and PROTO field, each in
@@ -170,7 +210,7 @@ struct IsLinkIndex {
 struct RouteIndex {
   long routesAdded = 0;  ///< RunContext::routesAdded when the index was made
   /// In the order of the list; routes unlinked since stay until their field's turn.
-  std::unordered_map<const VPField*, std::vector<VPRoute*>> byField;
+  FlatMap<const VPField*, std::vector<VPRoute*>> byField;
 };
 
 /// A body node of a PROTO and the instance for which it was copied.
@@ -243,7 +283,7 @@ struct ReadingState {
   unsigned traversal = 1;  ///< the running traversal: the mark that visit() sets
   unsigned reachWalks = 0;  ///< the walks that collected nodes by their reach marks
   /// By script program, the first of its functions of each name.
-  std::unordered_map<const JSParser*, std::unordered_map<std::string_view, JSFunction*>> firstFunctions;
+  std::unordered_map<const JSParser*, FlatMap<TextKey, JSFunction*>> firstFunctions;
 };
 
 struct RunContext {

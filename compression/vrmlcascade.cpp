@@ -501,8 +501,8 @@ VPFuzzyValue* VPNode::findFuzzy(const VPField* field) {
     if (record->field == field) return record;
     if (++walked == kIndexedRecords) {
       RecordIndex& index = recordIndexOf(this);
-      auto found = index.byField.find(field);
-      return found != index.byField.end() ? found->second : nullptr;
+      VPFuzzyValue** found = index.byField.find(field);
+      return found != nullptr ? *found : nullptr;
     }
   }
   return nullptr;
@@ -1330,7 +1330,7 @@ ScriptEvents& VPNode::currentEvents() {
 // the latest new fuzzy value has nothing new to show.
 bool VPNode::eventAlreadySimulated(const VPFuzzyValue* eventData) {
   const ScriptEvents& events = currentEvents();
-  return !eventData->valueKnown && events.unknownNames.count(eventData->field->name) != 0;
+  return !eventData->valueKnown && events.unknownNames.find(eventData->field->name) != nullptr;
 }
 
 // Runs the script function of the eventIn, then delivers what it sent.
@@ -1340,7 +1340,7 @@ void VPNode::runScriptFunction(VPFuzzyValue* eventData) {
   *events.tail = new VPEventRecord{nullptr, copyObjectString(field->name), cascade().fuzzyChangeCount,
                                    eventData->clone()};
   events.tail = &(*events.tail)->next;
-  if (!eventData->valueKnown) events.unknownNames.insert(field->name);
+  if (!eventData->valueKnown) events.unknownNames.emplace(field->name, true);
   JSParser* program = other.script.program;
   VPJSContext context(this, program, 0);
   JSAtom* timestamp = program->newAtom(JSAtom::FLOAT);

@@ -705,10 +705,10 @@ void unlinkRoutesAt(VPNode* node, VPRouteList** list, const VPField* field, bool
 std::vector<VPRoute*> routesAt(VPRouteList** list, const VPField* field, bool outgoing) {
   if (isLongRouteList(*list)) {
     RouteIndex& index = routeIndexOf(list, outgoing);
-    auto found = index.byField.find(field);
-    if (found == index.byField.end()) return {};
+    std::vector<VPRoute*>* found = index.byField.find(field);
+    if (found == nullptr) return {};
     std::vector<VPRoute*> routes;
-    for (VPRoute* route : found->second) {
+    for (VPRoute* route : *found) {
       if (route->outCell != nullptr) routes.push_back(route);
     }
     return routes;
@@ -1387,19 +1387,19 @@ struct SubtreeShape {
 
 // The pass over one scope: the top level, or the body of one PROTO.
 struct NodeSharing {
-  std::unordered_map<VPNode*, SubtreeShape> shapes;
+  FlatMap<VPNode*, SubtreeShape> shapes;
   std::unordered_map<uint64_t, std::vector<VPNode*>> firstNodes;  ///< by hash
   NodeCollector walked;
-  std::unordered_set<std::string> names;  ///< taken in the scope
+  FlatMap<TextKey, bool> names;  ///< taken in the scope
   size_t nameCounter = 0;
 
   void shareAt(VPNode** place);
   VPNode* findEqual(VPNode* node);
-  const SubtreeShape& shapeOf(VPNode* node);
+  SubtreeShape shapeOf(VPNode* node);
   bool canShare(VPNode* node);
   bool sameSubtree(VPNode* a, VPNode* b);
   void collectNames(VPNodeList* list);
-  const char* freeName();
+  char* freeName();
 };
 
 bool NodeSharing::canShare(VPNode* node) {
@@ -1416,9 +1416,8 @@ bool NodeSharing::canShare(VPNode* node) {
 }
 
 // The hash of the written cells and of the children, with what they allow.
-const SubtreeShape& NodeSharing::shapeOf(VPNode* node) {
-  auto known = shapes.find(node);
-  if (known != shapes.end()) return known->second;
+SubtreeShape NodeSharing::shapeOf(VPNode* node) {
+  if (const SubtreeShape* known = shapes.find(node)) return *known;
   SubtreeShape shape = {mixHash(0, reinterpret_cast<uintptr_t>(node->other.baseProto)),
                         canShare(node), node->other.refCount == 1};
   // A node below itself (a USE inside its own DEF) is shared with nothing:
@@ -1437,14 +1436,15 @@ const SubtreeShape& NodeSharing::shapeOf(VPNode* node) {
       } else if (value->node == nullptr) {
         shape.hash = mixHash(shape.hash, 1);
       } else {
-        const SubtreeShape& child = shapeOf(value->node);
+        SubtreeShape child = shapeOf(value->node);
         shape.hash = mixHash(shape.hash, child.hash);
         shape.shareable = shape.shareable && child.shareable;
         shape.tree = shape.tree && child.tree;
       }
     }
   }
-  return shapes[node] = shape;
+  shapes[node] = shape;
+  return shape;
 }
 
 // Equal as the writer writes them: the same type and, cell by cell, the same
@@ -1486,11 +1486,11 @@ VPNode* NodeSharing::findEqual(VPNode* node) {
 void NodeSharing::shareAt(VPNode** place) {
   VPNode* node = *place;
   if (node == nullptr || node->nodeType != VPNode::OTHER || !walked.add(node)) return;
-  const SubtreeShape& shape = shapeOf(node);
+  SubtreeShape shape = shapeOf(node);
   if (shape.shareable) {
     VPNode* first = shape.tree ? findEqual(node) : nullptr;
     if (first != nullptr) {
-      if (first->name == nullptr) first->name = copyString(freeName());
+      if (first->name == nullptr) first->name = freeName();
       first->other.refCount++;
       *place = first;
       return;
@@ -1511,12 +1511,12 @@ void NodeSharing::collectNames(VPNodeList* list) {
   });
   collector.addBelow();
   for (VPNode* below : collector.nodes) {
-    if (below->name != nullptr) names.insert(below->name);
+    if (below->name != nullptr) names.emplace(below->name, true);
   }
 }
 
 // The shortest names first: A to Z, a to z and _, then two characters, and so on.
-const char* NodeSharing::freeName() {
+char* NodeSharing::freeName() {
   static const char kFirst[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
   static const char kLater[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_0123456789";
   static const char* const kWords[] = {"IS", "TO", "DEF", "USE", "NULL", "TRUE", "FALSE"};
@@ -1529,7 +1529,10 @@ const char* NodeSharing::freeName() {
     }
     bool reserved = std::any_of(std::begin(kWords), std::end(kWords),
                                 [&name](const char* word) { return name == word; });
-    if (!reserved && names.insert(name).second) return names.find(name)->c_str();
+    if (reserved || names.find(name.c_str()) != nullptr) continue;
+    char* kept = copyString(name.c_str());
+    names.emplace(kept, true);
+    return kept;
   }
 }
 

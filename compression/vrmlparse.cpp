@@ -460,10 +460,8 @@ FieldListIndex& indexOfList(VPFieldList* list) {
 VPFieldList* findInIndex(const FieldListIndex& index, const char* name, int aliases) {
   const std::pair<size_t, VPFieldList*>* first = nullptr;
   auto consider = [&first](const auto& table, std::string_view key) {
-    auto found = table.find(key);
-    if (found != table.end() && (first == nullptr || found->second.first < first->first)) {
-      first = &found->second;
-    }
+    const std::pair<size_t, VPFieldList*>* found = table.find(key);
+    if (found != nullptr && (first == nullptr || found->first < first->first)) first = found;
   };
   consider(index.firstNamed, name);
   size_t length = strlen(name);
@@ -499,9 +497,8 @@ VPFieldList* findInstanceField(VPNode* node, const char* name, int aliases) {
 
 VPFieldList* findCellOf(VPFieldList* list, const VPField* field) {
   if (isLongList(list)) {
-    const auto& firstOfField = indexOfList(list).firstOfField;
-    auto found = firstOfField.find(field);
-    return found != firstOfField.end() ? found->second : nullptr;
+    VPFieldList* const* found = indexOfList(list).firstOfField.find(field);
+    return found != nullptr ? *found : nullptr;
   }
   for (VPFieldList* cell = list; cell != nullptr; cell = cell->next) {
     if (cell->field == field) return cell;
@@ -1839,17 +1836,16 @@ struct FieldFit {
 // As the walk below finds it: the first cell of the name, else the last cell
 // of an alias form, with each form that some cell has.
 FieldFit findBestFitInIndex(const FieldListIndex& index, const char* token) {
-  auto exact = index.firstNamed.find(token);
-  if (exact != index.firstNamed.end()) return {exact->second.second, false, false};
+  if (const auto* exact = index.firstNamed.find(token)) return {exact->second, false, false};
   FieldFit fit = {nullptr, false, false};
   size_t fitPosition = 0;
   auto consider = [&index, &fit, &fitPosition](std::string_view name, bool FieldFit::*form) {
-    auto found = index.lastNamed.find(name);
-    if (found == index.lastNamed.end()) return;
+    const std::pair<size_t, VPFieldList*>* found = index.lastNamed.find(name);
+    if (found == nullptr) return;
     fit.*form = true;
-    if (fit.cell == nullptr || found->second.first > fitPosition) {
-      fit.cell = found->second.second;
-      fitPosition = found->second.first;
+    if (fit.cell == nullptr || found->first > fitPosition) {
+      fit.cell = found->second;
+      fitPosition = found->first;
     }
   };
   size_t n = strlen(token);

@@ -1,10 +1,12 @@
 // The flat map of the run's record: keys stay found across its growth, keys
 // that differ in one member are apart, a NULL value is a value (a field with
-// no IS link), and a walk meets every value once.
+// no IS link), and a walk meets every value once; texts are found by their
+// bytes, and emplace keeps the first value of a key.
 #include "runcontext.h"
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 namespace {
@@ -43,6 +45,30 @@ TEST(FlatMap, KeysStayFoundAsTheMapGrowsAndAreVisitedOnce) {
   for (int i = 0; i < kKeys; i++) EXPECT_EQ(visits[i], i == kKeys - 1 - 5 ? 0 : i == 5 ? 2 : 1) << i;
   map.clear();
   EXPECT_EQ(map.find({nodes[3], root}), nullptr);
+}
+
+TEST(FlatMap, TextsAreFoundByTheirBytesAndEmplaceKeepsTheFirst) {
+  constexpr int kKeys = 500;
+  std::vector<std::string> names, probes;
+  for (int i = 0; i < kKeys; i++) {
+    names.push_back("e" + std::to_string(i));
+    probes.push_back("e" + std::to_string(i));  // the same bytes elsewhere
+  }
+  FlatMap<TextKey, int> map;
+  EXPECT_TRUE(map.empty());
+  for (int i = 0; i < kKeys; i++) EXPECT_TRUE(map.emplace(names[i].c_str(), i));
+  EXPECT_FALSE(map.empty());
+  EXPECT_FALSE(map.emplace(probes[7].c_str(), -1));
+  for (int i = 0; i < kKeys; i++) {
+    const int* found = map.find(probes[i].c_str());
+    ASSERT_NE(found, nullptr) << i;
+    EXPECT_EQ(*found, i);
+  }
+  EXPECT_EQ(map.find("e"), nullptr);        // a prefix of every key
+  EXPECT_EQ(map.find("e10x"), nullptr);     // a key with more after it
+  const int* shorter = map.find(std::string_view("e12", 2));  // a view ends where it says
+  ASSERT_NE(shorter, nullptr);
+  EXPECT_EQ(*shorter, 1);
 }
 
 }  // namespace
