@@ -215,7 +215,8 @@ long generateShape(const std::string& path, const Shape& shape, int n) {
 }
 
 // The least CPU time of a few runs: what other loads of the machine add is
-// never negative.
+// never negative. The runs go round the four sizes in turn, so that a spell
+// of load on the machine falls on every size alike.
 constexpr int kRunsPerSize = 5;
 
 // Only the rows of `only` when it names a shape.
@@ -226,23 +227,26 @@ void benchShapes(const char* tool, const std::string& directory, const char* onl
          "t(4n)", "t(8n)", "ratio", "8n MB", "peak MB");
   for (const Shape& shape : kShapes) {
     if (only != nullptr && strcmp(only, shape.name) != 0) continue;
-    std::string input = directory + "/shape.wrl";
     std::string output = directory + "/shape.out.wrl";
+    std::string inputs[4];
     double seconds[4];
-    double worst = 0;
     long size = 0;
-    long peakKilobytes = 0;
     for (int step = 0; step < 4; step++) {
-      size = generateShape(input, shape, shape.n << step);
+      inputs[step] = directory + "/shape-" + std::to_string(step) + ".wrl";
+      size = generateShape(inputs[step], shape, shape.n << step);
       seconds[step] = 1e9;
-      for (int run = 0; run < kRunsPerSize; run++) {
-        RunResult result = runTool(tool, input, output, shape.option);
+    }
+    long peakKilobytes = 0;
+    for (int run = 0; run < kRunsPerSize; run++) {
+      for (int step = 0; step < 4; step++) {
+        RunResult result = runTool(tool, inputs[step], output, shape.option);
         if (result.status != 1) printf("%s at %d: status %d\n", shape.name, shape.n << step, result.status);
         seconds[step] = std::min(seconds[step], result.cpuSeconds);
         peakKilobytes = result.peakKilobytes;
       }
-      if (step > 0) worst = std::max(worst, seconds[step] / seconds[step - 1]);
     }
+    double worst = 0;
+    for (int step = 1; step < 4; step++) worst = std::max(worst, seconds[step] / seconds[step - 1]);
     printf("%-18s %-9s %8d %9.3f %9.3f %9.3f %9.3f %6.2fx %6.1f %7.1f\n", shape.name,
            shape.option != nullptr ? shape.option : "", shape.n, seconds[0], seconds[1], seconds[2],
            seconds[3], worst, double(size) / (1 << 20), double(peakKilobytes) / 1024);

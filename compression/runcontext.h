@@ -119,7 +119,7 @@ class FlatMap {
     return slots[index];
   }
   void grow() {
-    std::vector<Slot> old(slots.empty() ? 64 : 2 * slots.size());
+    std::vector<Slot> old(slots.empty() ? 4 : 2 * slots.size());
     old.swap(slots);
     for (Slot& slot : old) {
       if (!isFreeKey(slot.key)) slotOf(slot.key) = std::move(slot);

@@ -1378,11 +1378,12 @@ bool sameElements(int type, const VPValue* a, const VPValue* b) {
 // The elements of a value that go into the hash of its node.
 constexpr int kHashedElements = 8;
 
-/// What the sharing knows of a subtree.
+/// What the sharing knows of a subtree, in one word: a million nodes take
+/// 16 bytes each in the map of shapes.
 struct SubtreeShape {
-  uint64_t hash;
-  bool shareable;  ///< nothing in it can tell it from a copy
-  bool tree;       ///< no node in it is referred to from anywhere else
+  uint64_t hash : 62;
+  bool shareable : 1;  ///< nothing in it can tell it from a copy
+  bool tree : 1;       ///< no node in it is referred to from anywhere else
 };
 
 // The pass over one scope: the top level, or the body of one PROTO.

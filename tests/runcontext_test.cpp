@@ -12,7 +12,7 @@
 namespace {
 
 TEST(FlatMap, KeysStayFoundAsTheMapGrowsAndAreVisitedOnce) {
-  constexpr int kKeys = 1000;  // many growths from the first 64 slots
+  constexpr int kKeys = 1000;  // many growths from the first 4 slots
   std::vector<VPNode*> nodes(kKeys);
   char bytes[kKeys];
   for (int i = 0; i < kKeys; i++) nodes[i] = reinterpret_cast<VPNode*>(&bytes[i]);
