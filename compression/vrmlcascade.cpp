@@ -608,7 +608,8 @@ bool VPNode::mergeLinks(VPFuzzyValue* result, VPField* field, int mapShadows) {
 
 void VPNode::getFuzzyValue(VPFuzzyValue* result, VPField* field, int mapShadows) {
   CHECK(nodeType == OTHER || nodeType == SCRIPT);
-  if (VPNode* representative = other.generic.representative) {
+  VPNode* representative = nodeType == OTHER ? other.generic.representative : nullptr;
+  if (representative != nullptr) {
     representative->getFuzzyValue(result, field, mapShadows);
     return;
   }

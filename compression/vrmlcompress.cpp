@@ -148,7 +148,7 @@ void VPNode::addIsLink(VPFieldList* field) {
 }
 
 // One cell of a node's field list: its IS, and the nodes it holds.
-void VPNode::scanCell(VPFieldList* cell, bool inDeclaration) {
+void VPNode::scanCell(VPFieldList* cell, bool withinDeclaration) {
   if (cell->redirect != nullptr) {
     CHECK(nodeType == OTHER || nodeType == SCRIPT);
     addIsLink(cell);
@@ -165,14 +165,14 @@ void VPNode::scanCell(VPFieldList* cell, bool inDeclaration) {
       pushContext("Scanning %s node %s, field %s", other.baseProto->name, nameOrNull(name),
                   cell->field->name);
     }
-    withStackRoom([&]() { value->node->scanNode(inDeclaration); });
+    withStackRoom([&]() { value->node->scanNode(withinDeclaration); });
     popContext();
   }
 }
 
-void VPNode::scanNode(bool inDeclaration) {
+void VPNode::scanNode(bool withinDeclaration) {
   if (!visit()) return;
-  bool declares = inDeclaration || nodeType == PROTO;
+  bool declares = withinDeclaration || nodeType == PROTO;
   for (VPFieldList* cell = fields; cell != nullptr; cell = cell->next) scanCell(cell, declares);
   switch (nodeType) {
   case OTHER:
@@ -180,8 +180,8 @@ void VPNode::scanNode(bool inDeclaration) {
     // the body that instances and stand-ins make, each expanded as it is
     // copied; a copy of its own would add the values of an instance that never
     // runs, and a chain of PROTOs would copy each body once per level.
-    if (vrml97Option() && inDeclaration) return;
-    other.generic.inDeclaration = inDeclaration;
+    if (vrml97Option() && withinDeclaration) return;
+    inDeclaration = withinDeclaration;
     expandInstance();
     return;
   case PROTO:
@@ -192,7 +192,7 @@ void VPNode::scanNode(bool inDeclaration) {
     popContext();
     return;
   case SCRIPT:
-    scanScript(inDeclaration);
+    scanScript(withinDeclaration);
     return;
   default:
     return;
@@ -200,7 +200,7 @@ void VPNode::scanNode(bool inDeclaration) {
 }
 
 // The code first, then the interface cells with the nodes they hold.
-void VPNode::scanScript(bool inDeclaration) {
+void VPNode::scanScript(bool withinDeclaration) {
   pushContext("Parsing Script node %s", nameOrNull(name));
   VPFieldList* urlCell = findUrlCell();
   bool found = urlCell != nullptr;
@@ -212,7 +212,7 @@ void VPNode::scanScript(bool inDeclaration) {
     other.script.program->parseScript(extractScript(urlCell));
   }
   for (VPFieldList* cell = other.script.fields; cell != nullptr; cell = cell->next) {
-    scanCell(cell, inDeclaration);
+    scanCell(cell, withinDeclaration);
   }
   popContext();
 }
@@ -351,8 +351,8 @@ VPNode* VPNode::copyNode(VPNode* originalNode) {
     return newNode;
   }
   CHECK(newNode->nodeType == OTHER);
-  newNode->other.generic.inDeclaration = other.generic.inDeclaration;
-  if (copies.deferring && other.generic.inDeclaration && newNode->isProtoInstance()) {
+  newNode->inDeclaration = inDeclaration;
+  if (copies.deferring && inDeclaration && newNode->isProtoInstance()) {
     newNode->deferExpansion();
   } else {
     newNode->expandInstance();
@@ -883,7 +883,7 @@ void VPNode::removeIsLink(VPFieldList* cell) {
 
 void VPNode::dropReference() {
   CHECK(nodeType == OTHER);
-  if (--other.refCount != 0) return;
+  if (--refCount != 0) return;
   while (other.routesIn != nullptr) unlinkRoute(other.routesIn->route);
   while (other.routesOut != nullptr) unlinkRoute(other.routesOut->route);
   while (fields != nullptr) {
@@ -1141,7 +1141,7 @@ void VPNode::dropDefName() {
     // --vrml97: an Anchor's url "#name" names a Viewpoint by its DEF.
     bool namedByAnchors = vrml97Option() && node->nodeType == OTHER &&
                           strcmp(node->other.baseProto->name, "Viewpoint") == 0;
-    if ((node->nodeType == OTHER || node->nodeType == SCRIPT) && node->other.refCount == 1 &&
+    if ((node->nodeType == OTHER || node->nodeType == SCRIPT) && node->refCount == 1 &&
         node->other.routesIn == nullptr && node->other.routesOut == nullptr &&
         !isReachedByOpaqueScript(node) && !namedByAnchors) {
       node->name = nullptr;
@@ -1420,7 +1420,7 @@ bool NodeSharing::canShare(VPNode* node) {
 SubtreeShape NodeSharing::shapeOf(VPNode* node) {
   if (const SubtreeShape* known = shapes.find(node)) return *known;
   SubtreeShape shape = {mixHash(0, reinterpret_cast<uintptr_t>(node->other.baseProto)),
-                        canShare(node), node->other.refCount == 1};
+                        canShare(node), node->refCount == 1};
   // A node below itself (a USE inside its own DEF) is shared with nothing:
   // while its children are hashed it stands as one that cannot be.
   shapes[node] = {shape.hash, false, false};
@@ -1492,7 +1492,7 @@ void NodeSharing::shareAt(VPNode** place) {
     VPNode* first = shape.tree ? findEqual(node) : nullptr;
     if (first != nullptr) {
       if (first->name == nullptr) first->name = freeName();
-      first->other.refCount++;
+      first->refCount++;
       *place = first;
       return;
     }

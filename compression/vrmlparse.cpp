@@ -1624,7 +1624,7 @@ VPNodeList* VPFile::parseNodeOrProto() {
       if (!isUse) return parseNode(copyString(token));
       VPNode* node = findNamedNode(token);
       CHECK_AT(node != NULL, tokenLine, tokenColumn, "%s", definedNameSentence().c_str());
-      node->other.refCount++;
+      node->refCount++;
       return newNodeList(node);
     }
     if (strcmp(token, "ROUTE") != 0) break;
@@ -1663,7 +1663,7 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
   VPNodeList* result = newNodeList(newRecord<VPNode>());
   VPNode* node = result->node;
   node->position = position;
-  node->other.refCount = 1;
+  node->refCount = 1;
   node->other.baseProto = proto;
   node->nodeType = strcmp(proto->name, "Script") == 0 ? VPNode::SCRIPT : VPNode::OTHER;
   VPNode* earlier = nullptr;
@@ -1677,7 +1677,7 @@ VPNodeList* VPFile::parseNode(char* nodeName) {
       earlier = findNamedNode(nodeName);
       if (earlier != nullptr) {
         reportError("Duplicate definition for node %s (deleting)!", nodeName);
-        earlier->other.refCount++;
+        earlier->refCount++;
       } else {
         enterNodeName(nodeName, node);
       }

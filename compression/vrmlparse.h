@@ -183,27 +183,21 @@ struct VPDeclaration {
 struct VPNode {
   enum NodeType { EXTERNPROTO = 0, PROTO = 1, SCRIPT = 2, OTHER = 3 };
 
-  int nodeType;
-  unsigned visited;  ///< the traversal that marked it last: see visit()
-  char* name;
+  // What every walk reads comes first: the type, the marks, the fields and,
+  // at the head of `other`, what an instance or a Script holds besides.
+  uint8_t nodeType;     ///< a NodeType
+  uint8_t scriptSeen;   ///< --vrml97: 1 a Script may see its values, 2 may also hold it
+  /// An instance in a PROTO declaration, or a copy made for one: it never
+  /// runs, and the copies of its body exist only for what they tell the body
+  /// nodes.
+  bool inDeclaration;
+  int refCount;         ///< places that refer to the node: 1, plus one per USE
+  unsigned visited;     ///< the traversal that marked it last: see visit()
+  unsigned reachMark;   ///< the mark of the NodeCollector that met it last
   VPFieldList* fields;
-  int scriptSeen;  ///< --vrml97: 1 a Script may see its values, 2 may also hold it
-  unsigned reachMark;  ///< the mark of the NodeCollector that met it last
-  InputPosition position;  ///< of the type name of an instance, of the word of a declaration
-  VPDeclaration* declaration;  ///< EXTERNPROTO and PROTO only
 
   struct {
-    int refCount;           ///< places that refer to the node: 1, plus one per USE
-    VPNode* baseProto;      ///< the declaration, never NULL
-    VPRouteList* routesIn;  ///< newest first
-    VPRouteList* routesOut; ///< newest first
-    VPShadow* shadowNodes;
-    VPNode* shadowedNode;
-    VPNode* shadowRoot;     ///< a copy: the instance it was made for
-    VPFuzzyValue* values;
-    VPSending* sending;     ///< --vrml97: the fields it sends in the running cascade
     /// A SCRIPT has `script`, an OTHER node `generic`, in the same memory.
-    /// Only `representative` lies past `script`, so it reads NULL on a SCRIPT.
     union {
       struct {
         VPFieldList* fields;  ///< the interface declarations
@@ -213,16 +207,25 @@ struct VPNode {
       struct {
         VPNodeList* implementation;
         VPIsLink* isLinks;
-        /// An instance in a PROTO declaration, or a copy made for one: it never
-        /// runs, and the copies of its body exist only for what they tell the
-        /// body nodes.
-        bool inDeclaration;
-        /// Such a copy whose body was not copied: the expanded copy of an
-        /// instance of the same PROTO with the same values, which stands for it.
+        /// A copy made for an instance in a PROTO declaration whose body was
+        /// not copied: the expanded copy of an instance of the same PROTO
+        /// with the same values, which stands for it.
         VPNode* representative;
       } generic;
     };
+    VPNode* baseProto;      ///< the declaration, never NULL
+    VPRouteList* routesIn;  ///< newest first
+    VPRouteList* routesOut; ///< newest first
+    VPShadow* shadowNodes;
+    VPNode* shadowedNode;
+    VPNode* shadowRoot;     ///< a copy: the instance it was made for
+    VPFuzzyValue* values;
+    VPSending* sending;     ///< --vrml97: the fields it sends in the running cascade
   } other;
+
+  char* name;
+  InputPosition position;  ///< of the type name of an instance, of the word of a declaration
+  VPDeclaration* declaration;  ///< EXTERNPROTO and PROTO only
 
   VPFieldList* findField(const VPField* field);
   VPFieldList* findFieldByName(const char* fieldName);
@@ -250,8 +253,8 @@ struct VPNode {
   bool holdsDefault(const VPFieldList* cell);
 
   // The scan and the expansion of PROTO instances (vrmlcompress.cpp).
-  /// inDeclaration: the node stands in a PROTO's body or in a default of its fields.
-  void scanNode(bool inDeclaration = false);
+  /// withinDeclaration: the node stands in a PROTO's body or in a default of its fields.
+  void scanNode(bool withinDeclaration = false);
   void addIsLink(VPFieldList* field);
   /// Gives this instance of a PROTO its private copy of the body.
   void expandInstance();
@@ -314,8 +317,8 @@ struct VPNode {
   void writeDeclaration(FILE* stream);
   void writeInstance(FILE* stream);
   void writeProgram(FILE* stream, const VPValue* alternatives);
-  void scanCell(VPFieldList* cell, bool inDeclaration);
-  void scanScript(bool inDeclaration);
+  void scanCell(VPFieldList* cell, bool withinDeclaration);
+  void scanScript(bool withinDeclaration);
   void scanVrml97Script(VPFieldList* urlCell);
   void simulateRouteSources();
   void receiveEvent(VPFuzzyValue* eventData, bool fromInterface);
@@ -336,10 +339,6 @@ struct VPNode {
   void removeLinkedFields(VPField* field, const std::vector<VPIsLink*>& links);
 };
 
-// getFuzzyValue reads `representative` on a SCRIPT too, where it must stay NULL.
-static_assert(offsetof(VPNode, other.generic.representative) >=
-                  offsetof(VPNode, other.script.eventRecords) + sizeof(VPEventRecord*),
-              "representative lies past the members of a Script");
 
 /// The nodes of one walk, each once, in the order met: a walk marks the
 /// nodes with a number of its own, so that passes holding the visited marks
