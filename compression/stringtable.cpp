@@ -62,7 +62,7 @@ StringTable::Entry* StringTable::addString(const char* key, void* data) {
   if (++entryCount > bucketCount) grow();
   size_t length = strlen(key);
   auto* entry = static_cast<Entry*>(allocateObject(sizeof(Entry) + length + 1));
-  memcpy(entry + 1, key, length);
+  memcpy(entry + 1, key, length + 1);
   entry->hash = hashString(key);
   entry->data = data;
   Entry** chain = chainOf(entry->hash);
