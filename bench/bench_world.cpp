@@ -82,8 +82,8 @@ RunResult runTool(const char* tool, const std::string& input, const std::string&
 
 // Shapes of world that stress one pass each: one clock fanned out to many
 // interpolators, one sensor to many Scripts, one script function calling
-// many, PROTO instances nested in each
-// other, Transforms nested, PROTOs each made of the one before, many DEF names.
+// many, a long chain of branches, PROTO instances nested in each other,
+// Transforms nested, PROTOs each made of the one before, many DEF names.
 void writeFanOut(FILE* out, int n) {
   fprintf(out, "DEF C TimeSensor { loop TRUE }\n");
   for (int i = 0; i < n; i++) {
@@ -128,6 +128,16 @@ void writeScriptCalls(FILE* out, int n) {
   fprintf(out, "function go(t) {\n");
   for (int i = 0; i < n; i++) fprintf(out, "on = f%d(%d) && f%d(%d);\n", i / 4, i, i / 4, i);
   fprintf(out, "}\" }\nROUTE T.touchTime TO S.go\nROUTE S.on TO L.on\n");
+}
+
+// An else-if chain of n branches, each sending its own value on an eventOut
+// that no route takes: the field collects n values, and the pruning asks of
+// each branch whether its assignment can matter.
+void writeScriptBranches(FILE* out, int n) {
+  fprintf(out, "DEF T TouchSensor {}\nDEF S Script { eventIn SFTime go eventOut SFInt32 o "
+               "url \"javascript: function go(t) {\n");
+  for (int i = 0; i < n; i++) fprintf(out, "%sif (t == %d) o = %d;\n", i != 0 ? "else " : "", i, i);
+  fprintf(out, "}\" }\nROUTE T.touchTime TO S.go\n");
 }
 
 void writeNestedInstances(FILE* out, int n) {
@@ -190,6 +200,7 @@ const Shape kShapes[] = {
     {"scripts", writeScripts, 16000, "--vrml97"},
     {"Script fields", writeScriptFields, 12500, "--vrml97"},
     {"script calls", writeScriptCalls, 16000, "--vrml97"},
+    {"script branches", writeScriptBranches, 12500, "--vrml97"},
     {"nested instances", writeNestedInstances, 12500, nullptr},
     {"nested instances", writeNestedInstances, 12500, "--vrml97"},
     {"nested Transforms", writeNestedTransforms, 12500, nullptr},

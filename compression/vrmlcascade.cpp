@@ -376,6 +376,7 @@ bool VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
   }
   bool changed = false;
   for (const VPValue* iter = other->values; iter != nullptr; iter = iter->next) {
+    if (stopsAtTwoValues && values != nullptr && values->next != nullptr) break;
     VPValue mapped = *iter;
     if (field->holdsNodes()) {
       if (iter->node == nullptr) continue;
@@ -921,7 +922,7 @@ void VPJSObject::markField(int flags) {
   }
 }
 
-VPFuzzyValue* VPJSObject::currentFuzzy() {
+VPFuzzyValue* VPJSObject::currentFuzzy(bool stopsAtTwoValues) {
   VPFuzzyValue* currentFuzzy = nullptr;
   for (VPNodeList* cell = nodes; cell != nullptr; cell = cell->next) {
     VPFieldList* fieldList = cell->node->findFieldByName(fieldName);
@@ -929,6 +930,7 @@ VPFuzzyValue* VPJSObject::currentFuzzy() {
     VPField* field = fieldList->field;
     if (currentFuzzy == nullptr) {
       currentFuzzy = new VPFuzzyValue(field);
+      currentFuzzy->stopsAtTwoValues = stopsAtTwoValues;
     } else {
       CHECK(currentFuzzy->field->theType == field->theType);
     }
@@ -1162,7 +1164,7 @@ bool mayAnswerSets(const VPNode* node) {
 
 // Whether a field over all nodes of the set can only hold one value.
 bool holdsOneValue(VPJSObject* object) {
-  VPFuzzyValue* fuzzyValue = object->currentFuzzy();
+  VPFuzzyValue* fuzzyValue = object->currentFuzzy(true);
   bool single = false;
   if (fuzzyValue->valueKnown) {
     CHECK(fuzzyValue->values != NULL);

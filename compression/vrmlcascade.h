@@ -20,6 +20,10 @@ struct VPFuzzyValue {
   int valueKnown = 1; ///< 0: anything; values is then NULL
   VPValue* values = nullptr;  ///< owned cells, in no meaningful order
   VPCellIndex* index = nullptr;  ///< owned; the cells of a long record, for merges
+  /// A read that asks only whether the field may hold more than one value:
+  /// its merges stop adding once it holds two, so that the question costs
+  /// the same however many values a Script's field has collected.
+  bool stopsAtTwoValues = false;
 
   explicit VPFuzzyValue(VPField* recordField) : field(recordField) {}
   VPFuzzyValue(const VPFuzzyValue&) = delete;
@@ -134,7 +138,7 @@ class VPJSObject final : public JSObject {
 
   void markField(int flags);
   /// All that the field may hold over all nodes; the caller owns the record.
-  VPFuzzyValue* currentFuzzy();
+  VPFuzzyValue* currentFuzzy(bool stopsAtTwoValues = false);
   /// A node object for all the nodes that the node-valued field may hold.
   VPJSObject* fieldNodes();
 
