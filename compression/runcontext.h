@@ -151,6 +151,7 @@ struct ScriptEvents {
   int changeCount = 0;  ///< the fuzzyChangeCount of every record in the list
   VPEventRecord** tail = nullptr;
   FlatMap<TextKey, bool> unknownNames;  ///< field names, which last as long as the run
+  FlatMap<TextKey, uint32_t> knownEvents;  ///< --vrml97: events of known value, by field name
 };
 
 /// The records of a node with many, by field: in step with the node's first

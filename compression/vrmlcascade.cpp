@@ -18,6 +18,14 @@ namespace {
 CascadeState& cascade() { return currentRun->reading.cascade; }
 
 constexpr int kEventLimit = 10000;
+// --vrml97: a record of more values than this may hold, as far as the
+// simulation knows, any value, and more events of known value on one eventIn
+// of a Script run its function as one of unknown value. Each read of a field
+// copies its cells, so a Script that read a field of n values in each of n
+// statements cost n * n; the simulation need not know which of hundreds of
+// values a field holds to keep what the world does. Node values stay known:
+// they say which nodes a Script can reach.
+constexpr uint32_t kMostKnownValues = 256;
 constexpr int kActivityMask = FIELD_READ | FIELD_WRITE | FIELD_ROUTED_IN | FIELD_ROUTED_OUT;
 
 // Types whose records follow values one by one; every other type's record
@@ -362,6 +370,11 @@ bool VPFuzzyValue::holdsValue(const VPValue* value) {
   return cells->holds(type, value, hash);
 }
 
+bool VPFuzzyValue::holdsTooManyValues() const {
+  return vrml97Option() && !field->holdsNodes() && index != nullptr && index->head == values &&
+         index->count + index->unhashed > kMostKnownValues;
+}
+
 bool VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
   if (!valueKnown) return false;
   if (!other->valueKnown) {
@@ -393,6 +406,10 @@ bool VPFuzzyValue::merge(const VPFuzzyValue* other, int mapShadows) {
     if (index != nullptr && index->head == cell->next) {
       index->add(type, cell);
       index->head = cell;
+    }
+    if (holdsTooManyValues()) {
+      becomeUnknown();
+      return true;
     }
     changed = true;
   }
@@ -1336,6 +1353,22 @@ bool VPNode::eventAlreadySimulated(const VPFuzzyValue* eventData) {
   return !eventData->valueKnown && events.unknownNames.find(eventData->field->name) != nullptr;
 }
 
+// --vrml97: past so many events of known value on one eventIn since the
+// latest new record, an event runs the function as one of unknown value
+// does, and so once: a Script sent hundreds of values ran its function for
+// each. Node values stay known, as in the records.
+bool VPNode::takesAsUnknown(const VPFuzzyValue* eventData) {
+  if (!vrml97Option() || !eventData->valueKnown || eventData->field->holdsNodes()) return false;
+  return ++currentEvents().knownEvents[eventData->field->name] > kMostKnownValues;
+}
+
+void VPNode::runScriptEvent(VPFuzzyValue* eventData) {
+  VPFuzzyValue anyValue(eventData->field);
+  anyValue.valueKnown = 0;
+  VPFuzzyValue* event = takesAsUnknown(eventData) ? &anyValue : eventData;
+  if (!eventAlreadySimulated(event)) runScriptFunction(event);
+}
+
 // Runs the script function of the eventIn, then delivers what it sent.
 void VPNode::runScriptFunction(VPFuzzyValue* eventData) {
   VPField* field = eventData->field;
@@ -1434,7 +1467,7 @@ void VPNode::receiveEvent(VPFuzzyValue* eventData, bool fromInterface) {
       if (vrml97Option() && !fromInterface) shareThroughInterface(eventData);
     } else {
       CHECK(field->theClass == VPField::EVENT_IN);
-      if (nodeType == SCRIPT && !eventAlreadySimulated(eventData)) runScriptFunction(eventData);
+      if (nodeType == SCRIPT) runScriptEvent(eventData);
     }
   }
   eventDepth--;

@@ -43,6 +43,7 @@ struct VPFuzzyValue {
 
  private:
   void becomeUnknown();
+  bool holdsTooManyValues() const;
   VPCellIndex* cellIndex();
   bool holdsValue(const VPValue* value);
   void dropIndex();

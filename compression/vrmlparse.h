@@ -329,6 +329,8 @@ struct VPNode {
   void releaseEventRecords();
   bool mergeLinks(VPFuzzyValue* result, VPField* field, int mapShadows);
   bool eventAlreadySimulated(const VPFuzzyValue* eventData);
+  bool takesAsUnknown(const VPFuzzyValue* eventData);
+  void runScriptEvent(VPFuzzyValue* eventData);
   void runScriptFunction(VPFuzzyValue* eventData);
   void simulateOpaqueScript();
   bool isOpaqueScript() const;

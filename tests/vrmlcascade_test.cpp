@@ -68,6 +68,44 @@ DEF X Script { eventIn SFInt32 set url "javascript: function set(v) {}" }
   event.freeValues();
 }
 
+// Under --vrml97 an eventIn's 257th event of known value since the latest new
+// record runs the function as one of unknown value, and later ones run nothing
+// new; node values stay known.
+TEST(Events, Vrml97TakesEventsPast256OfKnownValueAsOneOfAnyValue) {
+  struct Case {
+    int vrml97;
+    const char* eventIn;
+    int records, knownRecords;
+  } cases[] = {
+      {0, "set", 300, 300},
+      {1, "set", 257, 256},
+      {1, "node", 300, 300},
+  };
+  for (const Case& c : cases) {
+    setRunOptions(c.vrml97, 0);
+    VPFile* file = scannedWorld(R"(
+DEF X Script { eventIn SFInt32 set eventIn SFNode node url "javascript: function set(v) {} function node(v) {}" }
+)");
+    VPNode* script = file->findNamedNode("X");
+    for (int k = 0; k < 300; k++) {
+      VPFuzzyValue event(script->fieldByName(c.eventIn));
+      event.values = new VPValue{};
+      event.values->intValue = k;
+      if (event.field->holdsNodes()) event.values->node = script;
+      script->receiveEvent(&event);
+      event.freeValues();
+    }
+    setRunOptions(0, 0);
+    int records = 0, knownRecords = 0;
+    for (VPEventRecord* record = script->other.script.eventRecords; record != nullptr; record = record->next) {
+      records++;
+      knownRecords += record->value->valueKnown;
+    }
+    EXPECT_EQ(records, c.records) << c.vrml97 << " " << c.eventIn;
+    EXPECT_EQ(knownRecords, c.knownRecords) << c.vrml97 << " " << c.eventIn;
+  }
+}
+
 TEST(Events, ScriptCycleOfUnknownValuesEndsByItself) {
   std::string written = compressedWorld(R"(
 DEF I ScalarInterpolator { }
@@ -162,6 +200,45 @@ DEF S Script { field SFFloat f 0 field SFInt32 i 0 url "javascript: function x()
     for (const VPValue* cell = record.values; cell != nullptr; cell = cell->next) cells++;
     EXPECT_EQ(changes, c.changes) << c.field;
     EXPECT_EQ(cells, c.cells) << c.field;
+    record.freeValues();
+  }
+}
+
+// Under --vrml97 a record that would hold a 257th number may hold any value;
+// a record of nodes holds every node.
+TEST(Records, Vrml97TakesMoreThan256NumbersAsAnyValueButKeepsEveryNode) {
+  std::string world = "DEF S Script { field SFInt32 i 0 field MFNode n [] url \"javascript: function x() {}\" }\n";
+  for (int k = 0; k < 300; k++) world += "DEF N" + std::to_string(k) + " Transform { }\n";
+  struct Case {
+    int vrml97;
+    const char* field;
+    std::string changes;  // 1 where a merge changes the record
+    int valueKnown, cells;
+  } cases[] = {
+      {0, "i", std::string(300, '1'), 1, 300},
+      {1, "i", std::string(257, '1') + std::string(43, '0'), 0, 0},
+      {1, "n", std::string(300, '1'), 1, 300},
+  };
+  for (const Case& c : cases) {
+    setRunOptions(c.vrml97, 0);
+    VPFile* file = scannedWorld(world);
+    VPField* field = file->findNamedNode("S")->fieldByName(c.field);
+    VPFuzzyValue record(field);
+    std::string changes;
+    for (int k = 0; k < 300; k++) {
+      VPFuzzyValue event(field);
+      event.values = new VPValue{};
+      event.values->intValue = k;
+      if (field->holdsNodes()) event.values->node = file->findNamedNode(("N" + std::to_string(k)).c_str());
+      changes += record.merge(&event, 0) ? '1' : '0';
+      event.freeValues();
+    }
+    setRunOptions(0, 0);
+    int cells = 0;
+    for (const VPValue* cell = record.values; cell != nullptr; cell = cell->next) cells++;
+    EXPECT_EQ(changes, c.changes) << c.vrml97 << " " << c.field;
+    EXPECT_EQ(record.valueKnown, c.valueKnown) << c.vrml97 << " " << c.field;
+    EXPECT_EQ(cells, c.cells) << c.vrml97 << " " << c.field;
     record.freeValues();
   }
 }
