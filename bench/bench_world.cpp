@@ -82,7 +82,8 @@ RunResult runTool(const char* tool, const std::string& input, const std::string&
 
 // Shapes of world that stress one pass each: one clock fanned out to many
 // interpolators, one sensor to many Scripts, one script function calling
-// many, a long chain of branches, PROTO instances nested in each other,
+// many, a long chain of branches, a field of many values read many times,
+// a Script sending many values, PROTO instances nested in each other,
 // Transforms nested, PROTOs each made of the one before, many DEF names.
 void writeFanOut(FILE* out, int n) {
   fprintf(out, "DEF C TimeSensor { loop TRUE }\n");
@@ -138,6 +139,26 @@ void writeScriptBranches(FILE* out, int n) {
                "url \"javascript: function go(t) {\n");
   for (int i = 0; i < n; i++) fprintf(out, "%sif (t == %d) o = %d;\n", i != 0 ? "else " : "", i, i);
   fprintf(out, "}\" }\nROUTE T.touchTime TO S.go\n");
+}
+
+// A field set to one of n values in n branches, then read in n statements.
+void writeScriptReads(FILE* out, int n) {
+  fprintf(out, "DEF T TouchSensor {}\nDEF W Switch {}\nDEF S Script { eventIn SFTime go "
+               "field SFInt32 f 0 eventOut SFInt32 o url \"javascript: function go(t) {\n");
+  for (int i = 0; i < n; i++) fprintf(out, "if (t == %d) f = %d;\n", i, i);
+  for (int i = 0; i < n; i++) fprintf(out, "o = f + %d;\n", i);
+  fprintf(out, "}\" }\nROUTE T.touchTime TO S.go\nROUTE S.o TO W.whichChoice\n");
+}
+
+// One Script sending n values, each to a function that tests n/8 of them.
+void writeScriptEvents(FILE* out, int n) {
+  fprintf(out, "DEF T TouchSensor {}\nDEF W Switch {}\nDEF S Script { eventIn SFTime go "
+               "eventOut SFInt32 o url \"javascript: function go(t) {\n");
+  for (int i = 0; i < n; i++) fprintf(out, "if (t == %d) o = %d;\n", i, i);
+  fprintf(out, "}\" }\nDEF R Script { eventIn SFInt32 i eventOut SFInt32 p "
+               "url \"javascript: function i(v) {\n");
+  for (int i = 0; i < n; i += 8) fprintf(out, "if (v == %d) p = v;\n", i);
+  fprintf(out, "}\" }\nROUTE T.touchTime TO S.go\nROUTE S.o TO R.i\nROUTE R.p TO W.whichChoice\n");
 }
 
 void writeNestedInstances(FILE* out, int n) {
@@ -201,6 +222,8 @@ const Shape kShapes[] = {
     {"Script fields", writeScriptFields, 12500, "--vrml97"},
     {"script calls", writeScriptCalls, 16000, "--vrml97"},
     {"script branches", writeScriptBranches, 12500, "--vrml97"},
+    {"script reads", writeScriptReads, 12500, "--vrml97"},
+    {"script events", writeScriptEvents, 12500, "--vrml97"},
     {"nested instances", writeNestedInstances, 12500, nullptr},
     {"nested instances", writeNestedInstances, 12500, "--vrml97"},
     {"nested Transforms", writeNestedTransforms, 12500, nullptr},
