@@ -112,9 +112,13 @@ class FlatMap {
     }
     return {slot.value, isNew};
   }
+  // The first slot is the top bits of the hash times an odd constant: each of
+  // them depends on every bit of the hash, so keys whose hashes differ only
+  // in their high bits (the bits of small doubles) spread as well as any.
   Slot& slotOf(const Key& key) {
     size_t mask = slots.size() - 1;
-    size_t index = (flatHash(key) * 0x9E3779B97F4A7C15ull) >> 20 & mask;
+    int slotBits = __builtin_ctzll(slots.size());
+    size_t index = size_t((uint64_t(flatHash(key)) * 0x9E3779B97F4A7C15ull) >> (64 - slotBits));
     while (!isFreeKey(slots[index].key) && !(slots[index].key == key)) index = (index + 1) & mask;
     return slots[index];
   }

@@ -47,6 +47,27 @@ TEST(FlatMap, KeysStayFoundAsTheMapGrowsAndAreVisitedOnce) {
   EXPECT_EQ(map.find({nodes[3], root}), nullptr);
 }
 
+// A key whose hash is its number in the top 12 bits, as the hash of a small
+// double is; it counts the comparisons that probes make.
+struct HighBitsKey {
+  uint64_t number;
+  static inline long comparisons = 0;
+  bool operator==(const HighBitsKey& other) const {
+    comparisons++;
+    return number == other.number;
+  }
+  size_t hash() const { return size_t(number << 52); }
+};
+
+TEST(FlatMap, KeysWhoseHashesDifferInTheirHighBitsSpread) {
+  FlatMap<HighBitsKey, int> map;
+  for (uint64_t k = 1; k <= 4000; k++) map[{k}] = int(k);
+  for (uint64_t k = 1; k <= 4000; k++) EXPECT_EQ(*map.find({k}), int(k));
+  // Two lookups of each key, and the growths: a few comparisons each, where
+  // keys in one chain of slots take tens of millions.
+  EXPECT_LT(HighBitsKey::comparisons, 100000);
+}
+
 TEST(FlatMap, TextsAreFoundByTheirBytesAndEmplaceKeepsTheFirst) {
   constexpr int kKeys = 500;
   std::vector<std::string> names, probes;
