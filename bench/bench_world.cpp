@@ -82,7 +82,7 @@ RunResult runTool(const char* tool, const std::string& input, const std::string&
 
 // Shapes of world that stress one pass each: one clock fanned out to many
 // interpolators, one sensor to many Scripts, one script function calling
-// many, a long chain of branches, a field of many values read many times,
+// many, one called with many numbers, a long chain of branches, a field of many values read many times,
 // a Script sending many values, PROTO instances nested in each other,
 // Transforms nested, PROTOs each made of the one before, many DEF names.
 void writeFanOut(FILE* out, int n) {
@@ -139,6 +139,15 @@ void writeScriptBranches(FILE* out, int n) {
                "url \"javascript: function go(t) {\n");
   for (int i = 0; i < n; i++) fprintf(out, "%sif (t == %d) o = %d;\n", i != 0 ? "else " : "", i, i);
   fprintf(out, "}\" }\nROUTE T.touchTime TO S.go\n");
+}
+
+// One function called in n statements, each with a number of its own.
+void writeOneFunctionCalls(FILE* out, int n) {
+  fprintf(out, "DEF T TouchSensor {}\nDEF W Switch {}\nDEF S Script { eventIn SFTime go "
+               "eventOut SFInt32 o url \"javascript: function f(a) { if (a > 5) return 1; return 0; }\n"
+               "function go(t) {\n");
+  for (int i = 0; i < n; i++) fprintf(out, "o = f(%d);\n", i);
+  fprintf(out, "}\" }\nROUTE T.touchTime TO S.go\nROUTE S.o TO W.whichChoice\n");
 }
 
 // A field set to one of n values in n branches, then read in n statements.
@@ -221,6 +230,7 @@ const Shape kShapes[] = {
     {"scripts", writeScripts, 16000, "--vrml97"},
     {"Script fields", writeScriptFields, 12500, "--vrml97"},
     {"script calls", writeScriptCalls, 16000, "--vrml97"},
+    {"one function", writeOneFunctionCalls, 12500, "--vrml97"},
     {"script branches", writeScriptBranches, 12500, "--vrml97"},
     {"script reads", writeScriptReads, 12500, "--vrml97"},
     {"script events", writeScriptEvents, 12500, "--vrml97"},
