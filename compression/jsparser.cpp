@@ -1,11 +1,13 @@
 // Script language front end: tokenizer, recursive-descent parser and printer.
 #include "jsparser.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "main.h"
 
@@ -24,20 +26,26 @@ namespace {
 bool isIdentifierStart(char c) { return isalpha(static_cast<unsigned char>(c)) || c == '_'; }
 bool isIdentifierPart(char c) { return isalnum(static_cast<unsigned char>(c)) || c == '_'; }
 
-// Skips blanks and comments; an unclosed block comment ends at the end of the text.
+// A line ends at "\n"; under --vrml97 also at a "\r" that no "\n" follows, as
+// it ends one for ECMAScript's statement ends and line comments.
+bool endsLine(const char* p) { return *p == '\n' || (vrml97Option() && *p == '\r' && p[1] != '\n'); }
+
+// Skips blanks and comments; an unclosed block comment ends at the end of the
+// text, where under --vrml97 the code does not load.
 char* skipSpaceAndComments(char* p, int* lineNumber) {
   for (;;) {
-    if (*p == '\n') {
+    if (endsLine(p)) {
       ++*lineNumber;
       p++;
     } else if (isspace(static_cast<unsigned char>(*p))) {
       p++;
     } else if (p[0] == '/' && p[1] == '/') {
-      while (*p != 0 && *p != '\n') p++;
+      while (*p != 0 && !endsLine(p)) p++;
     } else if (p[0] == '/' && p[1] == '*') {
       for (p += 2; *p != 0 && !(p[0] == '*' && p[1] == '/'); p++) {
-        if (*p == '\n') ++*lineNumber;
+        if (endsLine(p)) ++*lineNumber;
       }
+      if (vrml97Option()) CHECK(*p != 0);
       if (*p != 0) p += 2;
     } else {
       return p;
@@ -139,6 +147,13 @@ void JSParser::scanNumber() {
   bool isFloat;
   p = skipDecimalNumber(p, &isFloat);
   if (vrml97Option()) CHECK((isDecimalDigit(p[-1]) || p[-1] == '.') && !isIdentifierPart(*p));
+  // --vrml97: a "0" and a digit begin a legacy octal integer, which has no
+  // digit 8 or 9 and no fraction or exponent (browsers differ on "019" and
+  // "09.5", or refuse them), and is short enough for a double to hold.
+  if (vrml97Option() && leadingZero && isDecimalDigit(cursor[1])) {
+    size_t length = size_t(p - cursor);
+    CHECK(!isFloat && strspn(cursor, "01234567") == length && length <= 18);
+  }
   if (isFloat) {
     endToken(p, TokFloat);
     readFloat(token, &tokValue.floatValue);
@@ -154,12 +169,14 @@ void JSParser::scanNumber() {
 
 // The token runs to the next quote of its kind, which it includes; a backslash
 // protects the character behind it. No escape is resolved. Text that ends
-// first ends the token; under --vrml97 such code does not load at all.
+// first ends the token; under --vrml97 such code does not load at all, nor
+// code with a line break in a string, escaped or not.
 void JSParser::scanString() {
   char quote = *cursor;
   char* p = cursor + 1;
   while (*p != 0 && *p != quote) {
     if (*p == '\\' && p[1] != 0) p++;
+    if (vrml97Option()) CHECK(*p != '\n' && *p != '\r');
     p++;
   }
   if (vrml97Option()) CHECK(*p == quote);
@@ -167,8 +184,10 @@ void JSParser::scanString() {
   endToken(p, TokString);
 }
 
-// A character that no token can begin with stops the run.
+// A character that no token can begin with stops the run. Under --vrml97 "<!--"
+// does not load: browsers take it for the start of a comment.
 void JSParser::scanOperator() {
+  if (vrml97Option()) CHECK(strncmp(cursor, "<!--", 4) != 0);
   for (const OperatorForm& form : operatorForms) {
     if (form.text[0] != *cursor) continue;
     size_t length = strlen(form.text);
@@ -208,6 +227,53 @@ JSExpression* newOperator(int type, const char* token, int tokType, JSExpression
 
 bool isWord(const char* token, const char* word) { return strcmp(token, word) == 0; }
 
+// The words that some edition of ECMAScript that a browser may run takes for
+// no name, in the order of strcmp.
+const char* const reservedWords[] = {
+    "abstract", "await", "boolean", "break", "byte", "case", "catch", "char", "class", "const",
+    "continue", "debugger", "default", "delete", "do", "double", "else", "enum", "export",
+    "extends", "false", "final", "finally", "float", "for", "function", "goto", "if",
+    "implements", "import", "in", "instanceof", "int", "interface", "let", "long", "native",
+    "new", "null", "package", "private", "protected", "public", "return", "short", "static",
+    "super", "switch", "synchronized", "this", "throw", "throws", "transient", "true", "try",
+    "typeof", "var", "void", "volatile", "while", "with", "yield",
+};
+
+bool isReservedWord(const char* word) {
+  return std::binary_search(std::begin(reservedWords), std::end(reservedWords), word,
+                            [](const char* a, const char* b) { return strcmp(a, b) < 0; });
+}
+
+// "++" and "--", which write to their operand.
+bool isStep(const char* token) { return isWord(token, "++") || isWord(token, "--"); }
+
+// Reserved words that stand for a value, though nothing can be assigned to them.
+bool isValueWord(const char* word) { return isWord(word, "this") || isWord(word, "null"); }
+
+// --vrml97: what an assignment, "++" or "--" writes to: a name, a member or an
+// element, in parentheses or not. ECMAScript may refuse any other target when
+// the code loads.
+bool isAssignable(const JSExpression* expr) {
+  while (expr->type == JSExpression::PAREN) expr = expr->paren.expr;
+  switch (expr->type) {
+  case JSExpression::OBJECT:
+    return !isValueWord(expr->object.name);
+  case JSExpression::INDEX:
+    return true;
+  case JSExpression::BINARY:
+    return isWord(expr->binary.token, ".");
+  default:
+    return false;
+  }
+}
+
+// --vrml97: the parser reads an Expression after "delete", ECMAScript a unary
+// operand; where they differ, the code does not load here.
+bool isUnaryOperand(const JSExpression* expr) {
+  if (expr->type == JSExpression::BINARY) return isWord(expr->binary.token, ".");
+  return expr->type != JSExpression::CONDITIONAL && expr->type != JSExpression::VAR;
+}
+
 // Operators that group to the right: their right operand is of their own level.
 bool groupsRight(int level) { return level <= TokBitAnd; }
 
@@ -217,6 +283,9 @@ bool groupsRight(int level) { return level <= TokBitAnd; }
 // --vrml97: Script: { Function | Statement } end of text
 void JSParser::parseScript(char* text) {
   textSize = long(strlen(text));
+  // --vrml97: ECMAScript also ends lines at U+2028 and U+2029, in comments and
+  // strings too; code that holds one is kept as written.
+  if (vrml97Option()) CHECK(!strstr(text, "\xE2\x80\xA8") && !strstr(text, "\xE2\x80\xA9"));
   lineNumber = 1;
   cursor = text;
   savedChar = *text;
@@ -258,8 +327,7 @@ JSFunction* JSParser::parseFunction() {
     pushBack();
     return nullptr;
   }
-  nextToken();
-  CHECK(tokType == TokId);
+  readName();
   JSFunction* function = newRecord<JSFunction>();
   function->name = copyString(token);
   functionTable->addString(function->name, function);
@@ -267,36 +335,47 @@ JSFunction* JSParser::parseFunction() {
   JSParam** last = &function->params;
   nextToken();
   while (tokType == TokId) {
+    if (vrml97Option()) CHECK(!isReservedWord(token));
     *last = newRecord<JSParam>();
     (*last)->name = copyString(token);
     last = &(*last)->next;
     nextToken();
-    if (*token == ',') {
-      nextToken();
-      CHECK(tokType == TokId);
-    }
+    if (*token == ',') readName();
   }
   CHECK(*token == ')');
   READ_PUNCTUATION('{');
+  inFunction = true;
   function->body = parseStatementList();
+  inFunction = false;
   READ_PUNCTUATION('}');
   return function;
 }
 
-// StatementList: { Statement }
-JSStatement* JSParser::parseStatementList() {
+// Id: a name; under --vrml97 no reserved word.
+void JSParser::readName() {
+  nextToken();
+  CHECK(tokType == TokId);
+  if (vrml97Option()) CHECK(!isReservedWord(token));
+}
+
+// StatementList: { Statement }; a Case only among those of a Switch.
+JSStatement* JSParser::parseStatementList(bool ofSwitch) {
   JSStatement* head = nullptr;
   JSStatement** last = &head;
-  while (JSStatement* stmt = parseStatement()) {
+  for (;;) {
+    caseMayFollow = ofSwitch;
+    JSStatement* stmt = parseStatement();
+    if (stmt == nullptr) return head;
     *last = stmt;
     last = &stmt->next;
   }
-  return head;
 }
 
 // Statement: Block | ";" | For | If | While | Break | Continue | Return | Switch
 //          | Case | Expression StatementEnd
 JSStatement* JSParser::parseStatement() {
+  bool mayBeCase = caseMayFollow;
+  caseMayFollow = false;
   nextToken();
   if (*token == '{') return parseBlock();
   if (*token == ';') return newStatement(JSStatement::EMPTY);
@@ -307,7 +386,10 @@ JSStatement* JSParser::parseStatement() {
   if (isWord(token, "continue")) return parseJump(JSStatement::CONTINUE);
   if (isWord(token, "return")) return parseReturn();
   if (isWord(token, "switch")) return parseSwitch();
-  if (isWord(token, "case")) return parseCase();
+  if (isWord(token, "case")) {
+    if (vrml97Option()) CHECK(mayBeCase);
+    return parseCase();
+  }
   CHECK(strcmp (token, "with") != 0);
   CHECK(strcmp (token, "do") != 0);
   CHECK(strcmp (token, "default") != 0);
@@ -327,13 +409,13 @@ JSStatement* JSParser::parseBlock() {
 JSStatement* JSParser::parseFor() {
   JSStatement* stmt = newStatement(JSStatement::FOR);
   READ_PUNCTUATION('(');
-  stmt->forStmt.init = parseExpression();
+  stmt->forStmt.init = parseExpression(true);
   READ_PUNCTUATION(';');
   stmt->forStmt.test = parseExpression();
   READ_PUNCTUATION(';');
   stmt->forStmt.update = parseExpression();
   READ_PUNCTUATION(')');
-  stmt->forStmt.body = parseStatement();
+  stmt->forStmt.body = parseLoopBody();
   CHECK(stmt->forStmt.body != NULL);
   return stmt;
 }
@@ -364,16 +446,28 @@ JSStatement* JSParser::parseWhile() {
   stmt->whileStmt.test = parseExpression();
   CHECK(stmt->whileStmt.test != NULL);
   READ_PUNCTUATION(')');
-  stmt->whileStmt.body = parseStatement();
+  stmt->whileStmt.body = parseLoopBody();
   CHECK(stmt->whileStmt.body != NULL);
   return stmt;
 }
 
-// Break: "break" [ Id ] StatementEnd; Continue likewise
+// The Statement that a For or While repeats, where Break and Continue may stand.
+JSStatement* JSParser::parseLoopBody() {
+  loopDepth++;
+  JSStatement* body = parseStatement();
+  loopDepth--;
+  return body;
+}
+
+// Break: "break" [ Id ] StatementEnd; Continue likewise. Under --vrml97 a
+// Break stands in a loop or a Switch, a Continue in a loop, and neither names
+// a label, as no statement here can carry one.
 JSStatement* JSParser::parseJump(int type) {
+  if (vrml97Option()) CHECK(loopDepth > 0 || (type == JSStatement::BREAK && switchDepth > 0));
   JSStatement* stmt = newStatement(type);
   nextToken();
   if (tokType == TokId && !lineBreakBeforeToken()) {
+    CHECK(!vrml97Option());
     stmt->label = copyString(token);
     nextToken();
   }
@@ -384,6 +478,7 @@ JSStatement* JSParser::parseJump(int type) {
 
 // Return: "return" [ Expression ] StatementEnd
 JSStatement* JSParser::parseReturn() {
+  if (vrml97Option()) CHECK(inFunction);
   JSStatement* stmt = newStatement(JSStatement::RETURN);
   nextToken();
   pushBack();
@@ -400,7 +495,11 @@ JSStatement* JSParser::parseSwitch() {
   CHECK(stmt->switchStmt.test != NULL);
   READ_PUNCTUATION(')');
   READ_PUNCTUATION('{');
-  stmt->switchStmt.body = parseStatementList();
+  switchDepth++;
+  stmt->switchStmt.body = parseStatementList(true);
+  switchDepth--;
+  JSStatement* first = stmt->switchStmt.body;
+  if (vrml97Option()) CHECK(first == NULL || first->type == JSStatement::CASE);
   READ_PUNCTUATION('}');
   return stmt;
 }
@@ -416,7 +515,7 @@ JSStatement* JSParser::parseCase() {
 
 // ExpressionStatement: Expression StatementEnd
 JSStatement* JSParser::parseExpressionStatement() {
-  JSExpression* expr = parseExpression();
+  JSExpression* expr = parseExpression(true);
   if (expr == nullptr) return nullptr;
   JSStatement* stmt = newStatement(JSStatement::EXPRESSION);
   stmt->expr = expr;
@@ -439,15 +538,21 @@ void JSParser::parseStatementEnd() {
 }
 
 // Expression: "delete" Expression | "var" ExpressionList | Assignment [ "," Assignment ]
-JSExpression* JSParser::parseExpression() {
+// Under --vrml97 a "var" begins a statement or the head of a For alone
+// (`mayDeclare`), as ECMAScript has it.
+JSExpression* JSParser::parseExpression(bool mayDeclare) {
   nextToken();
   if (tokType == TokId && isWord(token, "delete")) {
     JSExpression* expr = newOperator(JSExpression::UNARY, token, TokId, nullptr);
     expr->unary.expr = parseExpression();
     CHECK(expr->unary.expr != NULL);
+    if (vrml97Option()) CHECK(isUnaryOperand(expr->unary.expr));
     return expr;
   }
-  if (isWord(token, "var")) return parseVar();
+  if (isWord(token, "var")) {
+    if (vrml97Option()) CHECK(mayDeclare);
+    return parseVar();
+  }
   pushBack();
   JSExpression* first = parseAssignment();
   if (first == nullptr) return nullptr;
@@ -469,7 +574,11 @@ JSExpression* JSParser::parseVar() {
   CHECK(expr->var.argList != NULL);
   for (JSArg* arg = expr->var.argList; arg != nullptr; arg = arg->next) {
     JSExpression* myexpr = arg->expr;
-    if (myexpr->type == JSExpression::OBJECT) continue;
+    if (myexpr->type == JSExpression::OBJECT) {
+      // "var this": with a value, the assignment has checked its name.
+      if (vrml97Option()) CHECK(isAssignable(myexpr));
+      continue;
+    }
     CHECK(myexpr->type == JSExpression::BINARY);
     CHECK(myexpr->binary.token[0] == '=' && myexpr->binary.token[1] == 0);
     CHECK(myexpr->binary.expr1->type == JSExpression::OBJECT);
@@ -486,6 +595,7 @@ JSExpression* JSParser::parseAssignment() {
     pushBack();
     return target;
   }
+  if (vrml97Option()) CHECK(isAssignable(target));
   JSExpression* expr = newOperator(JSExpression::BINARY, token, tokType, target);
   expr->binary.expr2 = parseAssignment();
   CHECK(expr->binary.expr2 != NULL);
@@ -545,10 +655,12 @@ JSExpression* JSParser::parseUnary() {
   JSExpression* expr = newOperator(JSExpression::UNARY, token, tokType, nullptr);
   withStackRoom([&]() { expr->unary.expr = parseUnary(); });
   CHECK(expr->unary.expr != NULL);
+  if (vrml97Option() && isStep(expr->unary.token)) CHECK(isAssignable(expr->unary.expr));
   return expr;
 }
 
-// Postfix: Member { UnaryOperator }
+// Postfix: Member { UnaryOperator }. Under --vrml97 one "++" or "--" at most,
+// on what an assignment could write to.
 JSExpression* JSParser::parsePostfix() {
   JSExpression* expr = parseMember();
   if (expr == nullptr) return nullptr;
@@ -558,13 +670,15 @@ JSExpression* JSParser::parsePostfix() {
       pushBack();
       return expr;
     }
+    if (vrml97Option()) CHECK(isStep(token) && isAssignable(expr));
     JSExpression* postfix = newOperator(JSExpression::POSTFIX, token, tokType, expr);
     expr = postfix;
   }
 }
 
 // Member: Primary { "." Primary | "[" Expression "]" | "(" ExpressionList ")" }
-// Under --vrml97 the dot is a dot, not a number such as ".5", and a name follows it.
+// Under --vrml97 the dot is a dot, not a number such as ".5", and a name that
+// is no reserved word follows it.
 JSExpression* JSParser::parseMember() {
   JSExpression* expr = parsePrimary();
   if (expr == nullptr) return nullptr;
@@ -574,7 +688,10 @@ JSExpression* JSParser::parseMember() {
       expr = newOperator(JSExpression::BINARY, token, tokType, expr);
       expr->binary.expr2 = parsePrimary();
       CHECK(expr->binary.expr2 != NULL);
-      if (vrml97Option()) CHECK(expr->binary.expr2->type == JSExpression::OBJECT);
+      JSExpression* member = expr->binary.expr2;
+      if (vrml97Option()) {
+        CHECK(member->type == JSExpression::OBJECT && !isReservedWord(member->object.name));
+      }
     } else if (*token == '[') {
       expr = newOperator(JSExpression::INDEX, token, tokType, expr);
       expr->binary.expr2 = parseExpression();
@@ -603,8 +720,7 @@ JSExpression* JSParser::parsePrimary() {
     CHECK(expr->paren.expr != NULL);
     READ_PUNCTUATION(')');
   } else if (tokType == TokId && isWord(token, "new")) {
-    nextToken();
-    CHECK(tokType == TokId);
+    readName();
     expr = newExpression(JSExpression::NEW);
     expr->construct.name = copyString(token);
     nextToken();
@@ -615,6 +731,7 @@ JSExpression* JSParser::parsePrimary() {
       pushBack();
     }
   } else if (tokType == TokId) {
+    if (vrml97Option()) CHECK(!isReservedWord(token) || isValueWord(token));
     expr = newExpression(JSExpression::OBJECT);
     expr->object.name = copyString(token);
   } else if (tokType == TokFloat) {
@@ -658,6 +775,12 @@ JSArg* JSParser::parseExpressionList() {
   }
 }
 
+bool readLiteral(const char* literal, double* value) {
+  bool legacyOctal = literal[0] == '0' && isDecimalDigit(literal[1]);
+  *value = legacyOctal ? double(strtoull(literal, nullptr, 8)) : strtod(literal, nullptr);
+  return std::isfinite(*value);
+}
+
 /* ---------------------------------------------------------------------------
  * Printer: statements one to a line, no indentation, no blanks but where needed
  * ------------------------------------------------------------------------ */
@@ -691,27 +814,6 @@ void printString(FILE* stream, const char* text) {
 // Room for the text of a number that the printer makes.
 constexpr size_t kNumberTextSize = 32;
 
-// The value of a legacy octal literal, "017"; false when it has an 8 or a 9,
-// or more digits than a double holds exactly.
-bool readLegacyOctal(const char* literal, double* value) {
-  size_t length = strlen(literal);
-  if (length > 18 || strspn(literal, "01234567") != length) return false;
-  *value = double(strtoull(literal, nullptr, 8));
-  return true;
-}
-
-// The value of a number literal as a script reads it, a double; false for a
-// legacy octal literal that is long or has an 8 or a 9 (a script reads "019"
-// as 19, the simulation as 17: it stays as written), and for one too large
-// for a double.
-bool readLiteral(const char* literal, double* value) {
-  bool legacy = literal[0] == '0' && isDecimalDigit(literal[1]) &&
-                strspn(literal, "0123456789") == strlen(literal);
-  if (legacy) return readLegacyOctal(literal, value);
-  *value = strtod(literal, nullptr);
-  return std::isfinite(*value);
-}
-
 // The text of a number: under --vrml97 a literal in the shortest text of its
 // double ("1.0" as "1", "0x1F" as "31") or else as written; a folded constant
 // as the writer prints a float. Made in `buffer` unless it is the literal.
@@ -729,15 +831,13 @@ const char* numberText(char* buffer, const JSExpression* expr) {
 }
 
 // What stands between a number written with digits alone and a member point
-// behind it, which would otherwise join the number: a second point ("1..x"),
-// or a blank after a literal kept as written ("019 .x"), which a point would
-// read as another number (019. is 19). Empty for any other expression.
+// behind it, which would otherwise join the number: a second point ("1..x").
+// Empty for any other expression.
 const char* memberPointGap(const JSExpression* expr) {
   if (expr->type != JSExpression::FLOAT && expr->type != JSExpression::INT) return "";
   char buffer[kNumberTextSize];
   const char* text = numberText(buffer, expr);
-  if (strspn(text, "0123456789") != strlen(text)) return "";
-  return text == expr->literal ? " " : ".";
+  return strspn(text, "0123456789") == strlen(text) ? "." : "";
 }
 
 // The first character that the expression's text will have.

@@ -162,6 +162,11 @@ struct JSFunction {
 constexpr char kLoadFunctionName[] = "(load)";
 
 /// Zeroed records of the syntax tree, kept to the end of the run.
+/// --vrml97: the value of a number literal as a script reads it, a double
+/// (the tokenizer lets a legacy octal such as "017" through with octal digits
+/// alone); false when it is too large for a double, and then infinite.
+bool readLiteral(const char* literal, double* value);
+
 JSExpression* newExpression(int type);
 JSStatement* newStatement(int type);
 
@@ -182,6 +187,13 @@ struct JSParser {
     float floatValue;
   } tokValue = {0};
   int lineNumber = 1;
+  /// Where the parser stands, for the statements that ECMAScript allows in
+  /// some places only: Return in a function, Break in a loop or a Switch,
+  /// Continue in a loop, Case among the statements of a Switch.
+  bool inFunction = false;
+  int loopDepth = 0;
+  int switchDepth = 0;
+  bool caseMayFollow = false;
 
   StringTable* functionTable;    ///< by name; a name declared twice stands twice
   JSFunction* functions = nullptr;  ///< in order of declaration
@@ -266,12 +278,14 @@ struct JSParser {
   void scanOperator();
 
   JSFunction* parseFunction();
-  JSStatement* parseStatementList();
+  void readName();
+  JSStatement* parseStatementList(bool ofSwitch = false);
   JSStatement* parseStatement();
   JSStatement* parseBlock();
   JSStatement* parseFor();
   JSStatement* parseIf();
   JSStatement* parseWhile();
+  JSStatement* parseLoopBody();
   JSStatement* parseJump(int type);
   JSStatement* parseReturn();
   JSStatement* parseSwitch();
@@ -279,7 +293,7 @@ struct JSParser {
   JSStatement* parseExpressionStatement();
   void parseStatementEnd();
   bool lineBreakBeforeToken() const;
-  JSExpression* parseExpression();
+  JSExpression* parseExpression(bool mayDeclare = false);
   JSExpression* parseVar();
   JSExpression* parseAssignment();
   JSExpression* parseConditional();

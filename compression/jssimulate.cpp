@@ -34,8 +34,9 @@ bool numbersEqual(double a, double b) { return !(a < b) && !(b < a); }
 double constantValue(const JSExpression* expr) {
   const char* literal = vrml97Option() ? expr->literal : nullptr;
   if (literal == nullptr) return expr->type == JSExpression::INT ? float(expr->intValue) : expr->floatValue;
-  bool octal = literal[0] == '0' && isdigit(static_cast<unsigned char>(literal[1]));
-  return octal ? double(expr->intValue) : strtod(literal, nullptr);
+  double value;
+  readLiteral(literal, &value);
+  return value;
 }
 
 int countValues(const JSAtom* atom) {

@@ -27,6 +27,11 @@ TEST(Vrml97Scripts, SemicolonsAreInsertedAsEcmaScriptSays) {
       {"function f() { return\n a }", "function f() {\nreturn;\na;\n}\n"},
       {"function f() { while (a) { break\n b } }", "function f() {\nwhile(a){\nbreak;\nb;\n}\n}\n"},
       {"function f() { a\n++b }", "function f() {\na;\n++b;\n}\n"},
+      // A carriage return that no line feed follows ends a line too, and with
+      // it a line comment.
+      {"function f() { return\r a }", "function f() {\nreturn;\na;\n}\n"},
+      {"function f() { // c\r a = 1 }", "function f() {\na=1;\n}\n"},
+      {"function f() { return\r\n a }", "function f() {\nreturn;\na;\n}\n"},
       // A member of a number written with digits alone takes a point of its own.
       {"function f() { a = 0 .b; c = 1.5.d; }", "function f() {\na=0..b;\nc=1.5.d;\n}\n"},
       // Statements outside the functions come first, in their order.
@@ -42,22 +47,20 @@ TEST(Vrml97Scripts, SemicolonsAreInsertedAsEcmaScriptSays) {
 }
 
 // A literal in the shortest text of its double; one that reads as a whole
-// number keeps a point before a member point, one kept as written a blank
-// (a point would make "019." read as 19).
+// number keeps a point before a member point.
 TEST(Vrml97Scripts, NumbersInTheShortestTextOfTheirDouble) {
   const struct {
     const char* literal;
     const char* printed;
   } cases[] = {
       {"1.0", "1"},          {"0.50", ".5"},           {"0x1F", "31"},
-      {"017", "15"},         {"019", "019"},            {"100000", "1e5"},
+      {"017", "15"},         {"00", "0"},               {"100000", "1e5"},
       {"0.0000002", "2e-7"}, {"4294967296.0", "4294967296."},
       {"1e999", "1e999"},    {"1..toString()", "1..toString()"},
       {"0x1F.toString()", "31..toString()"},         {"1.5.toFixed(1)", "1.5.toFixed(1)"},
       {"1000.0.toFixed(1)", "1e3.toFixed(1)"},       {"a- -0.5", "a- -.5"},
-      {"019 .toString()", "019 .toString()"},
-      // 17 octal digits hold 51 bits, exact in a double; 18 hold 54, not read.
-      {"077777777777777777", "2251799813685247."},   {"0777777777777777777", "0777777777777777777"},
+      // 17 octal digits hold 51 bits, exact in a double.
+      {"077777777777777777", "2251799813685247."},
   };
   for (const auto& c : cases) {
     std::string script = std::string("function f() { x = ") + c.literal + "; }";
@@ -138,7 +141,8 @@ TEST(Vrml97Scripts, ConstructsThatTheSimulatorDoesNotModelMakeTheScriptOpaque) {
 // Code that cannot load does nothing; the Script keeps it as read: a string
 // that the text ends before its closing quote, a number or a string behind a
 // member's dot, a number that begins with a dot where a member could stand,
-// numbers that ECMAScript does not read.
+// numbers that ECMAScript does not read or that browsers read differently,
+// an unclosed comment, a return outside a function.
 TEST(Vrml97Scripts, CodeThatCannotLoadMakesTheScriptOpaque) {
   const char* scripts[] = {
       "function initialize() { } s = 'open",
@@ -149,8 +153,45 @@ TEST(Vrml97Scripts, CodeThatCannotLoadMakesTheScriptOpaque) {
       "function initialize() { v = 0x; }",
       "function initialize() { v = 00x1; }",
       "function initialize() { v = 0x1g; }",
+      "function initialize() { v = 019; }",
+      "function initialize() { v = 09.5; }",
+      "function initialize() { v = 017e1; }",
+      "function initialize() { v = 00.5; }",
+      "function initialize() { v = 0777777777777777777; }",
+      "function initialize() { } /* open",
+      "return; function initialize() { }",
   };
   for (const char* script : scripts) expectWrittenAsRead(script);
+}
+
+// Code that ECMAScript refuses as it loads, in a branch that never runs: the
+// simulation would cut the branch, and the Script would load where it did not.
+TEST(Vrml97Scripts, CodeThatCannotLoadInABranchThatNeverRunsIsKept) {
+  const char* pieces[] = {
+      // What no assignment, "++" or "--" can write to; a postfix "!" or "~".
+      "a!;", "a ~;", "3 = 4;", "++3;", "a++--;", "f() = 1;", "(a + 1)++;", "this = 1;",
+      // Reserved words as names.
+      "x = while;", "var if;", "x.if = 1;", "x = a.this;", "x = int;", "f(class);",
+      // Statements out of their place.
+      "case 1: x = 1;", "break;", "continue;", "switch (a) { case 1: continue; }",
+      "switch (a) { b(); case 1: }", "while (a) break out;", "x = (var y);", "if (var y) x = 1;",
+      // What an operator, a string or a comment means to a browser alone.
+      "delete x = 1;", "x = a <!-- b;", "x = 'a\nb';", "x = 019;",
+  };
+  for (const char* piece : pieces) {
+    std::string script = std::string("function initialize() { if (false) { ") + piece + " } }";
+    expectWrittenAsRead(script.c_str());
+  }
+  const char* loading[] = {
+      "(a)++; a.b--; --a[0]; x = this.y; x = null; var p, q = 1; delete x.y; x = a < !--b;",
+      "for (;;) { if (a) continue; break; } switch (a) { case 1: break; } x = 00;",
+  };
+  for (const char* piece : loading) {
+    std::string script = std::string("function initialize() { if (false) { ") + piece + " } }";
+    EXPECT_EQ(asVrml97([&]() { return compressedWorld(scriptWorld(script.c_str())); }),
+              "#VRML V2.0 utf8\nScript{\nurl\"javascript:\nfunction initialize() {\n}\n\"}")
+        << piece;
+  }
 }
 
 TEST(Vrml97Scripts, EventsThatOnlyTheWiderRulesSeeKeepTheirReceivers) {
