@@ -1337,7 +1337,8 @@ JSExpression* JSParser::pruneExpression(JSExpression* expr, int precedence) {
     int level = expr->unary.tokType == TokId ? int(TokUnary) : expr->unary.tokType;
     expr->unary.expr = pruneExpression(expr->unary.expr, level);
     if (isToken(expr, "-") && isExactConstant(expr->unary.expr)) {
-      return newExactNumber(-constantValue(expr->unary.expr));
+      double negated = -constantValue(expr->unary.expr);
+      return std::isfinite(negated) ? newExactNumber(negated) : expr;
     }
     if (isToken(expr, "-") && isConstant(expr->unary.expr)) {
       return newFloat(float(-constantValue(expr->unary.expr)));
