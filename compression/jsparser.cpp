@@ -340,7 +340,11 @@ JSFunction* JSParser::parseFunction() {
     (*last)->name = copyString(token);
     last = &(*last)->next;
     nextToken();
-    if (*token == ',') readName();
+    if (*token == ',') {
+      readName();
+    } else if (vrml97Option()) {
+      CHECK(*token == ')');  // names without commas between them
+    }
   }
   CHECK(*token == ')');
   READ_PUNCTUATION('{');

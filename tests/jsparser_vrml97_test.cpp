@@ -160,6 +160,7 @@ TEST(Vrml97Scripts, CodeThatCannotLoadMakesTheScriptOpaque) {
       "function initialize() { v = 0777777777777777777; }",
       "function initialize() { } /* open",
       "return; function initialize() { }",
+      "function initialize(a b) { }",
   };
   for (const char* script : scripts) expectWrittenAsRead(script);
 }
