@@ -456,6 +456,7 @@ JSAtom* JSParser::simulateFunction(JSFunction* fn, JSAtomList* args) {
   fn->stack = new JSStackEntry{fn->stack, args};
   variables = new StringTable(kFirstBucketCount, nullptr);
   bindParameters(fn, args);
+  if (vrml97Option()) declareHoistedNames(fn);
   int stop = 0;
   JSAtom* result = simulateStatements(fn->body, &stop);
   releaseVariables();
@@ -674,38 +675,40 @@ JSAtom* JSParser::simulateAssign(JSExpression* expr) {
 
 namespace {
 
-void addDeclaredNames(const JSExpression* expr, StringTable* names) {
+template <class Declare>
+void forEachDeclaredName(const JSExpression* expr, Declare declare) {
   if (expr == nullptr || expr->type != JSExpression::VAR) return;
   for (const JSArg* arg = expr->var.argList; arg != nullptr; arg = arg->next) {
     const JSExpression* declared = arg->expr;
     if (declared->type == JSExpression::BINARY) declared = declared->binary.expr1;
-    if (declared->type == JSExpression::OBJECT) names->addString(declared->object.name, nullptr);
+    if (declared->type == JSExpression::OBJECT) declare(declared->object.name);
   }
 }
 
 // The names that `var` declares in the statements, nested ones too.
-void addDeclaredNames(const JSStatement* stmt, StringTable* names) {
+template <class Declare>
+void forEachDeclaredName(const JSStatement* stmt, Declare declare) {
   for (; stmt != nullptr; stmt = stmt->next) {
     switch (stmt->type) {
     case JSStatement::FOR:
-      addDeclaredNames(stmt->forStmt.init, names);
-      addDeclaredNames(stmt->forStmt.body, names);
+      forEachDeclaredName(stmt->forStmt.init, declare);
+      forEachDeclaredName(stmt->forStmt.body, declare);
       break;
     case JSStatement::IF:
-      addDeclaredNames(stmt->ifStmt.stmt1, names);
-      addDeclaredNames(stmt->ifStmt.stmt2, names);
+      forEachDeclaredName(stmt->ifStmt.stmt1, declare);
+      forEachDeclaredName(stmt->ifStmt.stmt2, declare);
       break;
     case JSStatement::WHILE:
-      addDeclaredNames(stmt->whileStmt.body, names);
+      forEachDeclaredName(stmt->whileStmt.body, declare);
       break;
     case JSStatement::SWITCH:
-      addDeclaredNames(stmt->switchStmt.body, names);
+      forEachDeclaredName(stmt->switchStmt.body, declare);
       break;
     case JSStatement::BLOCK:
-      addDeclaredNames(stmt->stmts, names);
+      forEachDeclaredName(stmt->stmts, declare);
       break;
     case JSStatement::EXPRESSION:
-      addDeclaredNames(stmt->expr, names);
+      forEachDeclaredName(stmt->expr, declare);
       break;
     default:
       break;
@@ -714,6 +717,19 @@ void addDeclaredNames(const JSStatement* stmt, StringTable* names) {
 }
 
 }  // namespace
+
+// --vrml97: a call's var names are its own from its start, wherever the var
+// stands, even in code that never runs, as ECMAScript hoists them: before the
+// var, such a name reaches no field or function of the Script. Outside the
+// functions a var name is global; one that is also a name of the Script's
+// interface or the browser's is not followed.
+void JSParser::declareHoistedNames(JSFunction* fn) {
+  bool global = strcmp(fn->name, kLoadFunctionName) == 0;
+  forEachDeclaredName(fn->body, [this, global](const char* name) {
+    if (global) CHECK(ourContext->lookupName(name) == NULL);
+    if (variables->findString(name) == nullptr) variables->addString(name, objectAtom(newVariable()));
+  });
+}
 
 // A name that lives no longer than a call of the running function: one of its
 // parameters or var names. The statements outside the functions have none.
@@ -725,7 +741,7 @@ bool JSParser::isLocalName(const char* name) {
     for (JSParam* param = fn->params; param != nullptr; param = param->next) {
       fn->locals->addString(param->name, nullptr);
     }
-    addDeclaredNames(fn->body, fn->locals);
+    forEachDeclaredName(fn->body, [fn](const char* local) { fn->locals->addString(local, nullptr); });
   }
   return fn->locals->findString(name) != nullptr;
 }

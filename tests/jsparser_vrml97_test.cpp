@@ -219,6 +219,25 @@ Script { field SFNode r USE R
   }
 }
 
+// A var name is the call's own from its start, even where the var never runs:
+// `out` below is a local, and no event leaves. Outside the functions a var of
+// a name of the interface means what the browser makes of it: not followed.
+TEST(Vrml97Scripts, VarNamesAreLocalFromTheStartOfTheCall) {
+  const char* world = R"(DEF T TouchSensor { }
+DEF S Script { eventIn SFTime touch eventOut SFFloat out
+  url "javascript: function touch(t) { out = 1; if (false) { var out; } }" }
+DEF P PositionInterpolator { }
+ROUTE T.touchTime TO S.touch
+ROUTE S.out TO P.set_fraction)";
+  std::string written = asVrml97([&]() { return compressedWorld(world); });
+  EXPECT_NE(written.find("function touch(t) {\n}"), std::string::npos) << written;
+  EXPECT_EQ(written.find("ROUTE S.out"), std::string::npos) << written;
+  const char* global = R"(Script { eventOut SFFloat out url "javascript: var out; function initialize() { }" })";
+  EXPECT_EQ(asVrml97([&]() { return compressedWorld(global); }),
+            "#VRML V2.0 utf8\nScript{\neventOut SFFloat out\n"
+            "url\"javascript: var out; function initialize() { }\"}");
+}
+
 TEST(Vrml97Scripts, NegationOfANumberAndStringReadsAreFollowed) {
   const char* world = R"(DEF S Script { eventIn SFInt32 set field SFString label "a" eventOut SFBool lit
   url "javascript: function set(n) { lit = !n; print(label); }" }
