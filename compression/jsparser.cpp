@@ -311,6 +311,7 @@ void JSParser::parseScript(char* text) {
     CHECK(*lastLoaded != NULL);
     while (*lastLoaded != nullptr) lastLoaded = &(*lastLoaded)->next;
   }
+  if (vrml97Option()) dropReplacedFunctions();
   if (load != nullptr) {
     load->next = functions;
     functions = load;
@@ -318,6 +319,19 @@ void JSParser::parseScript(char* text) {
   functionsChanged = true;
   nextToken();
   CHECK(tokType == TokNone);
+}
+
+// --vrml97: of the functions of one name the last declared is the one that
+// runs, as in ECMAScript; the others go, and the names index the last alone.
+void JSParser::dropReplacedFunctions() {
+  JSFunction** link = &functions;
+  while (JSFunction* fn = *link) {
+    if (functionTable->findString(fn->name)->data != fn) {
+      *link = fn->next;
+    } else {
+      link = &fn->next;
+    }
+  }
 }
 
 // Function: "function" Id "(" [ Id { "," Id } ] ")" "{" StatementList "}"
@@ -330,6 +344,8 @@ JSFunction* JSParser::parseFunction() {
   readName();
   JSFunction* function = newRecord<JSFunction>();
   function->name = copyString(token);
+  // --vrml97: the function replaces an earlier one of its name (dropReplacedFunctions).
+  if (vrml97Option()) functionTable->removeString(function->name);
   functionTable->addString(function->name, function);
   READ_PUNCTUATION('(');
   JSParam** last = &function->params;

@@ -161,12 +161,12 @@ struct JSFunction {
 /// order, in the body of a function of this name, which no script can call.
 constexpr char kLoadFunctionName[] = "(load)";
 
-/// Zeroed records of the syntax tree, kept to the end of the run.
 /// --vrml97: the value of a number literal as a script reads it, a double
 /// (the tokenizer lets a legacy octal such as "017" through with octal digits
 /// alone); false when it is too large for a double, and then infinite.
 bool readLiteral(const char* literal, double* value);
 
+/// Zeroed records of the syntax tree, kept to the end of the run.
 JSExpression* newExpression(int type);
 JSStatement* newStatement(int type);
 
@@ -279,6 +279,7 @@ struct JSParser {
   void scanOperator();
 
   JSFunction* parseFunction();
+  void dropReplacedFunctions();
   void readName();
   JSStatement* parseStatementList(bool ofSwitch = false);
   JSStatement* parseStatement();

@@ -70,6 +70,14 @@ TEST(Vrml97Scripts, NumbersInTheShortestTextOfTheirDouble) {
   }
 }
 
+// ECMAScript runs the last function of a name; the earlier ones never run.
+TEST(Vrml97Scripts, TheLastFunctionOfANameReplacesTheOthers) {
+  EXPECT_EQ(asVrml97([]() {
+              return printedScript("function f() { a = 1; } function g() { } function f() { a = 2; }");
+            }),
+            "function g() {\n}\nfunction f() {\na=2;\n}\n");
+}
+
 // Points of scripts that stop a run without --vrml97; with it each runs (the
 // golden cases vrml97-* of the same names).
 struct ScriptCase {
