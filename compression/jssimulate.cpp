@@ -420,7 +420,7 @@ int JSParser::simulateCall(const char* name, JSContext* context, JSAtomList* arg
 }
 
 // Each parameter becomes a variable holding its argument; missing arguments
-// leave their parameters to be fresh names.
+// leave their parameters to be fresh names (under --vrml97, fresh variables).
 void JSParser::bindParameters(JSFunction* fn, JSAtomList* args) {
   JSParam* param = fn->params;
   for (; param != nullptr && args != nullptr; param = param->next, args = args->next) {
@@ -429,6 +429,11 @@ void JSParser::bindParameters(JSFunction* fn, JSAtomList* args) {
     variables->addString(param->name, objectAtom(variable));
   }
   if (param != nullptr) reportAlert("Too few arguments passed to function %s", fn->name);
+  // --vrml97: a parameter without its argument is the call's own name all the
+  // same, not a field or function of the Script of that name.
+  for (; vrml97Option() && param != nullptr; param = param->next) {
+    variables->addString(param->name, objectAtom(newVariable()));
+  }
 }
 
 // A call that repeats the arguments of one already running gives UNKNOWN: the

@@ -228,9 +228,11 @@ Script { field SFNode r USE R
 }
 
 // A var name is the call's own from its start, even where the var never runs:
-// `out` below is a local, and no event leaves. Outside the functions a var of
-// a name of the interface means what the browser makes of it: not followed.
-TEST(Vrml97Scripts, VarNamesAreLocalFromTheStartOfTheCall) {
+// `out` below is a local, and no event leaves. So is a parameter that no
+// argument fills: `y` is undefined, not the field y. Outside the functions a
+// var of a name of the interface means what the browser makes of it: not
+// followed.
+TEST(Vrml97Scripts, VarNamesAndParametersAreTheCallsOwn) {
   const char* world = R"(DEF T TouchSensor { }
 DEF S Script { eventIn SFTime touch eventOut SFFloat out
   url "javascript: function touch(t) { out = 1; if (false) { var out; } }" }
@@ -240,6 +242,12 @@ ROUTE S.out TO P.set_fraction)";
   std::string written = asVrml97([&]() { return compressedWorld(world); });
   EXPECT_NE(written.find("function touch(t) {\n}"), std::string::npos) << written;
   EXPECT_EQ(written.find("ROUTE S.out"), std::string::npos) << written;
+  const char* missing = R"(DEF S Script { field SFBool y TRUE eventOut SFFloat out
+  url "javascript: function h(x, y) { if (y) { out = 1; } else { out = 2; } } function initialize() { h(1); }" }
+DEF P PositionInterpolator { }
+ROUTE S.out TO P.set_fraction)";
+  written = asVrml97([&]() { return compressedWorld(missing); });
+  EXPECT_NE(written.find("function h(x,y) {\nif(y)out=1;\nelse out=2;\n}"), std::string::npos) << written;
   const char* global = R"(Script { eventOut SFFloat out url "javascript: var out; function initialize() { }" })";
   EXPECT_EQ(asVrml97([&]() { return compressedWorld(global); }),
             "#VRML V2.0 utf8\nScript{\neventOut SFFloat out\n"
