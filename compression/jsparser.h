@@ -268,6 +268,10 @@ struct JSParser {
   JSStatement* pruneStatements(JSStatement* stmts);
   JSStatement* pruneStatement(JSStatement* stmt, int inList);
   JSStatement* pruneRequired(JSStatement* stmt, int inList);
+  void pruneFunctionBody(JSFunction* fn);
+  bool hasEffects(JSExpression* expr);
+  bool mayThrow(JSExpression* expr);
+  bool isBoundName(const char* name);
   JSExpression* pruneExpression(JSExpression* expr, int precedence);
   JSExpression* pruneBinary(JSExpression* expr, int precedence);
   void pruneArguments(JSArg* argList);

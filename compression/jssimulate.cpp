@@ -8,6 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
 
 #include "main.h"
 
@@ -1202,7 +1205,7 @@ void JSParser::pruneScript(JSContext* context) {
     CHECK(varGarbageList == NULL);
     prunedFunction = fn;
     runningFunction = fn;
-    fn->body = pruneStatements(fn->body);
+    pruneFunctionBody(fn);
     runningFunction = nullptr;
     prunedFunction = nullptr;
     releaseVariables();
@@ -1272,7 +1275,7 @@ JSStatement* JSParser::pruneStatement(JSStatement* stmt, int inList) {
       if (stmt->expr->type == JSExpression::PAREN && isComma(stmt->expr->paren.expr)) {
         stmt->expr = stmt->expr->paren.expr;
       }
-      if (hasSideEffects(stmt->expr)) return stmt;
+      if (hasEffects(stmt->expr)) return stmt;
       stmt = stmt->next;
       continue;
     case JSStatement::IF:
@@ -1289,6 +1292,69 @@ JSStatement* JSParser::pruneStatement(JSStatement* stmt, int inList) {
   return nullptr;
 }
 
+// Under --vrml97 a name that the function declares stays declared when the
+// code that declared it goes, as a name that no var declares is global: the
+// names of cut code are declared again, in a var before the body.
+void JSParser::pruneFunctionBody(JSFunction* fn) {
+  std::vector<const char*> declared;
+  if (vrml97Option()) forEachDeclaredName(fn->body, [&declared](const char* name) { declared.push_back(name); });
+  fn->body = pruneStatements(fn->body);
+  if (declared.empty()) return;
+  std::unordered_set<std::string_view> stillDeclared;
+  forEachDeclaredName(fn->body, [&stillDeclared](const char* name) { stillDeclared.insert(name); });
+  JSArg* names = nullptr;
+  JSArg** last = &names;
+  for (const char* name : declared) {
+    if (!stillDeclared.insert(name).second) continue;
+    *last = newRecord<JSArg>();
+    (*last)->expr = newExpression(JSExpression::OBJECT);
+    (*last)->expr->object.name = copyString(name);
+    last = &(*last)->next;
+  }
+  if (names == nullptr) return;
+  JSStatement* declaration = newStatement(JSStatement::EXPRESSION);
+  declaration->expr = newExpression(JSExpression::VAR);
+  declaration->expr->var.argList = names;
+  declaration->next = fn->body;
+  fn->body = declaration;
+}
+
+// Whether the reached part of the expression can change anything or, under
+// --vrml97, end the call with an exception, which the code after it then
+// does not run: a read of a name that nothing declares, a member or element
+// of what may be undefined.
+bool JSParser::hasEffects(JSExpression* expr) {
+  return hasSideEffects(expr) || (vrml97Option() && mayThrow(expr));
+}
+
+bool JSParser::mayThrow(JSExpression* expr) {
+  if (!expr->simulated) return false;
+  switch (expr->type) {
+  case JSExpression::OBJECT:
+    return !isBoundName(expr->object.name);
+  case JSExpression::FLOAT:
+  case JSExpression::INT:
+  case JSExpression::BOOLEAN:
+    return false;
+  case JSExpression::UNARY:
+  case JSExpression::POSTFIX:
+    return mayThrow(expr->unary.expr);
+  case JSExpression::BINARY:
+    return isToken(expr, ".") || mayThrow(expr->binary.expr1) || mayThrow(expr->binary.expr2);
+  case JSExpression::PAREN:
+    return mayThrow(expr->paren.expr);
+  default:
+    return true;
+  }
+}
+
+// --vrml97: a name that a read finds: a parameter or var name of the function,
+// a function of the script, a field of the Script.
+bool JSParser::isBoundName(const char* name) {
+  return isLocalName(name) || functionTable->findString(name) != nullptr ||
+         ourContext->lookupName(name) != nullptr;
+}
+
 JSStatement* JSParser::pruneRequired(JSStatement* stmt, int inList) {
   JSStatement* result = pruneStatement(stmt, inList);
   return result != nullptr ? result : newStatement(JSStatement::EMPTY);
@@ -1300,14 +1366,14 @@ JSStatement* JSParser::pruneRequired(JSStatement* stmt, int inList) {
 // a then-branch that ends in an if without else gets braces.
 JSStatement* JSParser::pruneIf(JSStatement* stmt, bool* goOn) {
   *goOn = true;
-  if (!stmt->ifStmt.sometimesTrue && !hasSideEffects(stmt->ifStmt.test)) {
+  if (!stmt->ifStmt.sometimesTrue && !hasEffects(stmt->ifStmt.test)) {
     CHECK(stmt->ifStmt.sometimesFalse);
     if (stmt->ifStmt.stmt2 == nullptr) return stmt->next;
     CHECK(stmt->ifStmt.stmt2->simulated);
     CHECK(stmt->ifStmt.stmt2->next == NULL);
     return takePlaceOf(stmt, stmt->ifStmt.stmt2);
   }
-  if (!stmt->ifStmt.sometimesFalse && !hasSideEffects(stmt->ifStmt.test)) {
+  if (!stmt->ifStmt.sometimesFalse && !hasEffects(stmt->ifStmt.test)) {
     CHECK(stmt->ifStmt.sometimesTrue);
     CHECK(stmt->ifStmt.stmt1->next == NULL);
     return takePlaceOf(stmt, stmt->ifStmt.stmt1);
@@ -1369,7 +1435,7 @@ JSExpression* JSParser::pruneExpression(JSExpression* expr, int precedence) {
   case JSExpression::BINARY:
     return pruneBinary(expr, precedence);
   case JSExpression::CONDITIONAL:
-    if (!hasSideEffects(expr->conditional.test)) {
+    if (!hasEffects(expr->conditional.test)) {
       if (!expr->conditional.expr1->simulated) {
         return pruneExpression(expr->conditional.expr2, precedence);
       }
@@ -1452,7 +1518,7 @@ JSExpression* JSParser::pruneBinary(JSExpression* expr, int precedence) {
 // An assignment that nothing needs leaves only its right side, whose own
 // effects stay.
 JSExpression* JSParser::pruneAssignment(JSExpression* expr, int precedence) {
-  if (!hasSideEffects(expr->binary.expr1)) {
+  if (!hasEffects(expr->binary.expr1)) {
     JSAtom* left = simulateExpression(expr->binary.expr1);
     bool needed = left != nullptr;
     if (left != nullptr && left->type == JSAtom::OBJECT) {

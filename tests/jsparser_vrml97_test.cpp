@@ -191,15 +191,21 @@ TEST(Vrml97Scripts, CodeThatCannotLoadInABranchThatNeverRunsIsKept) {
     std::string script = std::string("function initialize() { if (false) { ") + piece + " } }";
     expectWrittenAsRead(script.c_str());
   }
-  const char* loading[] = {
-      "(a)++; a.b--; --a[0]; x = this.y; x = null; var p, q = 1; delete x.y; x = a < !--b;",
-      "for (;;) { if (a) continue; break; } switch (a) { case 1: break; } x = 00;",
+  // Code that loads goes; the names it declared stay declared.
+  const struct {
+    const char* piece;
+    const char* pared;
+  } loading[] = {
+      {"(a)++; a.b--; --a[0]; x = this.y; x = null; var p, q = 1; delete x.y; x = a < !--b;",
+       "var p,q;\n"},
+      {"for (;;) { if (a) continue; break; } switch (a) { case 1: break; } x = 00;", ""},
   };
-  for (const char* piece : loading) {
-    std::string script = std::string("function initialize() { if (false) { ") + piece + " } }";
+  for (const auto& c : loading) {
+    std::string script = std::string("function initialize() { if (false) { ") + c.piece + " } }";
     EXPECT_EQ(asVrml97([&]() { return compressedWorld(scriptWorld(script.c_str())); }),
-              "#VRML V2.0 utf8\nScript{\nurl\"javascript:\nfunction initialize() {\n}\n\"}")
-        << piece;
+              std::string("#VRML V2.0 utf8\nScript{\nurl\"javascript:\nfunction initialize() {\n") +
+                  c.pared + "}\n\"}")
+        << c.piece;
   }
 }
 
@@ -240,7 +246,7 @@ DEF P PositionInterpolator { }
 ROUTE T.touchTime TO S.touch
 ROUTE S.out TO P.set_fraction)";
   std::string written = asVrml97([&]() { return compressedWorld(world); });
-  EXPECT_NE(written.find("function touch(t) {\n}"), std::string::npos) << written;
+  EXPECT_NE(written.find("function touch(t) {\nvar out;\n}"), std::string::npos) << written;
   EXPECT_EQ(written.find("ROUTE S.out"), std::string::npos) << written;
   const char* missing = R"(DEF S Script { field SFBool y TRUE eventOut SFFloat out
   url "javascript: function h(x, y) { if (y) { out = 1; } else { out = 2; } } function initialize() { h(1); }" }
@@ -252,6 +258,31 @@ ROUTE S.out TO P.set_fraction)";
   EXPECT_EQ(asVrml97([&]() { return compressedWorld(global); }),
             "#VRML V2.0 utf8\nScript{\neventOut SFFloat out\n"
             "url\"javascript: var out; function initialize() { }\"}");
+}
+
+// What the cuts leave must throw where the script threw, and bind each name
+// as it did: a read of a name that nothing declares and a member of what may
+// be undefined stay, though they change nothing (the call ends there); a var
+// in cut code is declared again.
+TEST(Vrml97Scripts, CutsKeepWhatThrowsAndWhatDeclares) {
+  const struct {
+    const char* body;
+    const char* pared;
+  } cases[] = {
+      {"zz; t; out = 1;", "function touch(t) {\nzz;\nout=1;\n}"},
+      {"var v; v.x; out = 1;", "function touch(t) {\nvar v;\nv.x;\nout=1;\n}"},
+      {"q = 5; if (false) { var q, r; } out = q;", "function touch(t) {\nvar q,r;\nq=5;\nout=q;\n}"},
+  };
+  for (const auto& c : cases) {
+    std::string world = std::string(R"(DEF T TouchSensor { }
+DEF S Script { eventIn SFTime touch eventOut SFFloat out url "javascript: function touch(t) { )") +
+                        c.body + R"( }" }
+DEF P PositionInterpolator { }
+ROUTE T.touchTime TO S.touch
+ROUTE S.out TO P.set_fraction)";
+    std::string written = asVrml97([&]() { return compressedWorld(world); });
+    EXPECT_NE(written.find(c.pared), std::string::npos) << c.body << "\n" << written;
+  }
 }
 
 TEST(Vrml97Scripts, NegationOfANumberAndStringReadsAreFollowed) {
