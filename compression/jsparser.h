@@ -251,7 +251,7 @@ struct JSParser {
   JSFunction* firstIndexedFunction(const char* name);
   JSAtom* simulateFunction(JSFunction* fn, JSAtomList* args);
   JSAtom* resolveName(const char* name);
-  void declareHoistedNames(JSFunction* fn);
+  void declareLocalNames(JSFunction* fn);
   JSVarObject* newVariable();
 
   // Expressions and statements.

@@ -423,7 +423,7 @@ int JSParser::simulateCall(const char* name, JSContext* context, JSAtomList* arg
 }
 
 // Each parameter becomes a variable holding its argument; missing arguments
-// leave their parameters to be fresh names (under --vrml97, fresh variables).
+// leave their parameters to be fresh names (under --vrml97 see declareLocalNames).
 void JSParser::bindParameters(JSFunction* fn, JSAtomList* args) {
   JSParam* param = fn->params;
   for (; param != nullptr && args != nullptr; param = param->next, args = args->next) {
@@ -432,11 +432,6 @@ void JSParser::bindParameters(JSFunction* fn, JSAtomList* args) {
     variables->addString(param->name, objectAtom(variable));
   }
   if (param != nullptr) reportAlert("Too few arguments passed to function %s", fn->name);
-  // --vrml97: a parameter without its argument is the call's own name all the
-  // same, not a field or function of the Script of that name.
-  for (; vrml97Option() && param != nullptr; param = param->next) {
-    variables->addString(param->name, objectAtom(newVariable()));
-  }
 }
 
 // A call that repeats the arguments of one already running gives UNKNOWN: the
@@ -464,7 +459,7 @@ JSAtom* JSParser::simulateFunction(JSFunction* fn, JSAtomList* args) {
   fn->stack = new JSStackEntry{fn->stack, args};
   variables = new StringTable(kFirstBucketCount, nullptr);
   bindParameters(fn, args);
-  if (vrml97Option()) declareHoistedNames(fn);
+  if (vrml97Option()) declareLocalNames(fn);
   int stop = 0;
   JSAtom* result = simulateStatements(fn->body, &stop);
   releaseVariables();
@@ -726,17 +721,20 @@ void forEachDeclaredName(const JSStatement* stmt, Declare declare) {
 
 }  // namespace
 
-// --vrml97: a call's var names are its own from its start, wherever the var
-// stands, even in code that never runs, as ECMAScript hoists them: before the
-// var, such a name reaches no field or function of the Script. Outside the
-// functions a var name is global; one that is also a name of the Script's
-// interface or the browser's is not followed.
-void JSParser::declareHoistedNames(JSFunction* fn) {
+// --vrml97: a call's parameters and var names are its own from its start,
+// those without an argument too, and wherever the var stands, even in code
+// that never runs, as ECMAScript hoists them: such a name reaches no field or
+// function of the Script. Those not bound yet become fresh variables. Outside
+// the functions a var name is global; one that is also a name of the
+// Script's interface or the browser's is not followed.
+void JSParser::declareLocalNames(JSFunction* fn) {
   bool global = strcmp(fn->name, kLoadFunctionName) == 0;
-  forEachDeclaredName(fn->body, [this, global](const char* name) {
+  auto declare = [this, global](const char* name) {
     if (global) CHECK(ourContext->lookupName(name) == NULL);
     if (variables->findString(name) == nullptr) variables->addString(name, objectAtom(newVariable()));
-  });
+  };
+  for (JSParam* param = fn->params; param != nullptr; param = param->next) declare(param->name);
+  forEachDeclaredName(fn->body, declare);
 }
 
 // A name that lives no longer than a call of the running function: one of its
@@ -1205,6 +1203,7 @@ void JSParser::pruneScript(JSContext* context) {
     CHECK(varGarbageList == NULL);
     prunedFunction = fn;
     runningFunction = fn;
+    if (vrml97Option()) declareLocalNames(fn);
     pruneFunctionBody(fn);
     runningFunction = nullptr;
     prunedFunction = nullptr;
@@ -1476,8 +1475,9 @@ void JSParser::pruneArguments(JSArg* argList) {
 }
 
 // Parameters and function names stand for themselves, whatever field of the
-// Script node bears the same name.
+// Script node bears the same name; under --vrml97 var names too.
 bool JSParser::isProtectedName(const char* name) {
+  if (vrml97Option() && isLocalName(name)) return true;
   for (JSParam* param = prunedFunction->params; param != nullptr; param = param->next) {
     if (strcmp(param->name, name) == 0) return true;
   }

@@ -246,7 +246,7 @@ DEF P PositionInterpolator { }
 ROUTE T.touchTime TO S.touch
 ROUTE S.out TO P.set_fraction)";
   std::string written = asVrml97([&]() { return compressedWorld(world); });
-  EXPECT_NE(written.find("function touch(t) {\nvar out;\n}"), std::string::npos) << written;
+  EXPECT_NE(written.find("function touch(t) {\nvar out;\nout=1;\n}"), std::string::npos) << written;
   EXPECT_EQ(written.find("ROUTE S.out"), std::string::npos) << written;
   const char* missing = R"(DEF S Script { field SFBool y TRUE eventOut SFFloat out
   url "javascript: function h(x, y) { if (y) { out = 1; } else { out = 2; } } function initialize() { h(1); }" }
@@ -272,10 +272,13 @@ TEST(Vrml97Scripts, CutsKeepWhatThrowsAndWhatDeclares) {
       {"zz; t; out = 1;", "function touch(t) {\nzz;\nout=1;\n}"},
       {"var v; v.x; out = 1;", "function touch(t) {\nvar v;\nv.x;\nout=1;\n}"},
       {"q = 5; if (false) { var q, r; } out = q;", "function touch(t) {\nvar q,r;\nq=5;\nout=q;\n}"},
+      // A local of the name of a field is written, though the field is not.
+      {"var f = 1; f = t; out = f;", "function touch(t) {\nvar f=1;\nf=t;\nout=f;\n}"},
   };
   for (const auto& c : cases) {
     std::string world = std::string(R"(DEF T TouchSensor { }
-DEF S Script { eventIn SFTime touch eventOut SFFloat out url "javascript: function touch(t) { )") +
+DEF S Script { eventIn SFTime touch field SFFloat f 3 eventOut SFFloat out
+  url "javascript: function touch(t) { )") +
                         c.body + R"( }" }
 DEF P PositionInterpolator { }
 ROUTE T.touchTime TO S.touch
