@@ -748,6 +748,8 @@ JSExpression* JSParser::parsePrimary() {
       expr->construct.argList = parseExpressionList();
       READ_PUNCTUATION(')');
     } else {
+      // --vrml97: ECMAScript reads "new a.b" and "new a[0]" as new (a.b).
+      if (vrml97Option()) CHECK(*token != '.' && *token != '[');
       pushBack();
     }
   } else if (tokType == TokId) {

@@ -185,7 +185,7 @@ TEST(Vrml97Scripts, CodeThatCannotLoadInABranchThatNeverRunsIsKept) {
       "case 1: x = 1;", "break;", "continue;", "switch (a) { case 1: continue; }",
       "switch (a) { b(); case 1: }", "while (a) break out;", "x = (var y);", "if (var y) x = 1;",
       // What an operator, a string or a comment means to a browser alone.
-      "delete x = 1;", "x = a <!-- b;", "x = 'a\nb';", "x = 019;",
+      "delete x = 1;", "x = a <!-- b;", "x = 'a\nb';", "x = 019;", "x = new a.b;",
   };
   for (const char* piece : pieces) {
     std::string script = std::string("function initialize() { if (false) { ") + piece + " } }";
