@@ -487,7 +487,7 @@ JSStatement* JSParser::parseJump(int type) {
   JSStatement* stmt = newStatement(type);
   nextToken();
   if (tokType == TokId && !lineBreakBeforeToken()) {
-    CHECK(!vrml97Option());
+    CHECK(!vrml97Option());  // a label, which no statement here can carry
     stmt->label = copyString(token);
     nextToken();
   }
