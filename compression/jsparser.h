@@ -155,6 +155,8 @@ struct JSFunction {
   int called;           ///< set by every simulated call; left at 0, the function is dead
   JSStackEntry* stack;  ///< argument lists of the calls now being simulated
   StringTable* locals;  ///< --vrml97: its parameters and var names, made at first need
+  JSParam* varNames;    ///< --vrml97: the names that its vars declare, made at first need
+  int varNamesFound;    ///< varNames is made
 };
 
 /// --vrml97: the statements outside the functions of a script stand, in their

@@ -727,14 +727,24 @@ void forEachDeclaredName(const JSStatement* stmt, Declare declare) {
 // function of the Script. Those not bound yet become fresh variables. Outside
 // the functions a var name is global; one that is also a name of the
 // Script's interface or the browser's is not followed.
+// The var names are found once: the cuts keep each declared.
 void JSParser::declareLocalNames(JSFunction* fn) {
+  if (!fn->varNamesFound) {
+    JSParam** last = &fn->varNames;
+    forEachDeclaredName(fn->body, [&last](char* name) {
+      *last = newRecord<JSParam>();
+      (*last)->name = name;
+      last = &(*last)->next;
+    });
+    fn->varNamesFound = 1;
+  }
   bool global = strcmp(fn->name, kLoadFunctionName) == 0;
   auto declare = [this, global](const char* name) {
     if (global) CHECK(ourContext->lookupName(name) == NULL);
     if (variables->findString(name) == nullptr) variables->addString(name, objectAtom(newVariable()));
   };
   for (JSParam* param = fn->params; param != nullptr; param = param->next) declare(param->name);
-  forEachDeclaredName(fn->body, declare);
+  for (JSParam* name = fn->varNames; name != nullptr; name = name->next) declare(name->name);
 }
 
 // A name that lives no longer than a call of the running function: one of its
