@@ -77,10 +77,10 @@ const worlds = [
     vrml97: true, leniency: false, written: true, draws: true },
 ];
 
+const pause = (milliseconds) => new Promise((done) => setTimeout(done, milliseconds));
+
 // The share of each view's pixels that differ from its corner, the background.
-async function drawnShares(page) {
-  await page.waitForFunction(() => document.body.dataset.views === 'ready', { timeout: 60000 });
-  await new Promise((done) => setTimeout(done, 1500));
+async function sharesNow(page) {
   const shares = [];
   for (const id of ['view-original', 'view-pared']) {
     const png = await (await page.$(`#${id}`)).screenshot({ encoding: 'base64' });
@@ -107,7 +107,21 @@ async function drawnShares(page) {
   return shares;
 }
 
-// Clicks a download link; resolves to the bytes that the browser saved.
+// The drawn shares once both views have drawn, or after 30 s as they are. A
+// view shows X_ITE's loading screen, nearly all background, until its world's
+// textures have been tried, which on a busy machine takes seconds after the
+// world has loaded.
+async function drawnShares(page) {
+  await page.waitForFunction(() => document.body.dataset.views === 'ready', { timeout: 60000 });
+  let shares = [];
+  for (let waited = 0; waited < 30000; waited += 500) {
+    await pause(500);
+    shares = await sharesNow(page);
+    if (shares.every((share) => share > 0.01)) break;
+  }
+  return shares;
+}
+
 // The user position and orientation of each view's viewpoint.
 function cameras(page) {
   return page.evaluate(() => ['view-original', 'view-pared'].map((id) => {
@@ -118,8 +132,6 @@ function cameras(page) {
       .map((number) => number.toFixed(5)).join(' ');
   }));
 }
-
-const pause = (milliseconds) => new Promise((done) => setTimeout(done, milliseconds));
 
 // The cameras once they stand still: the same in two looks a frame or more
 // apart, or after 20 s as they are.
@@ -148,6 +160,7 @@ async function dragAcross(page, id) {
   return { before, after: await restingCameras(page) };
 }
 
+// Clicks a download link; resolves to the bytes that the browser saved.
 async function downloaded(page, session, linkId, folder) {
   const saved = new Promise((done, fail) => {
     const timer = setTimeout(() => fail(new Error(`nothing downloaded from #${linkId}`)), 20000);
