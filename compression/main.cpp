@@ -1027,6 +1027,7 @@ void beginRun(Run* run) {
   context.vrml97 = run->options->vrml97 ? 1 : 0;
   context.digits = context.vrml97 ? run->options->digits : 0;
   context.heap = &run->heap;
+  context.heapLimit = run->options->memoryLimit;
   context.diagnostics = &run->diagnostics;
   run->diagnostics.leniency = run->options->leniency ? 1 : 0;
   run->diagnostics.inputName = run->inputName;
@@ -1211,6 +1212,17 @@ int closeOutputFile(const OutputFile& output, int status) {
   return status;
 }
 
+// The most that the records of one command's runs may hold: half the
+// machine's memory, which leaves room for the indexes beside them. A world
+// that needs more (PROTOs that each hold two of the one before, say) stops
+// with a message instead of being killed.
+size_t machineMemoryShare() {
+  long pages = sysconf(_SC_PHYS_PAGES);
+  long pageSize = sysconf(_SC_PAGESIZE);
+  if (pages <= 0 || pageSize <= 0) return 0;
+  return size_t(pages) / 2 * size_t(pageSize);
+}
+
 }  // namespace
 
 int worldPareMain(int argc, char** argv) {
@@ -1222,8 +1234,9 @@ int worldPareMain(int argc, char** argv) {
   // A folder into the name of a world file is an input that cannot be read.
   if (stat(line.inputFileName, &status) == 0 && S_ISDIR(status.st_mode) &&
       !hasWorldName(line.outputFileName)) {
-    SiteOptions site = {{line.leniency, line.vrml97, 0, nullptr, line.digits}, line.jobs,
-                        line.reportPath};
+    SiteOptions site = {
+        {line.leniency, line.vrml97, 0, nullptr, line.digits, machineMemoryShare()}, line.jobs,
+        line.reportPath};
     return pareSite(line.inputFileName, line.outputFileName, site);
   }
   if (stat(line.outputFileName, &status) == 0) {
@@ -1235,7 +1248,7 @@ int worldPareMain(int argc, char** argv) {
   PareOptions options = {line.leniency, line.vrml97,
                          hasSuffix(line.outputFileName, ".wrz") ||
                              hasSuffix(line.outputFileName, ".gz"),
-                         line.inputFileName, line.digits};
+                         line.inputFileName, line.digits, machineMemoryShare()};
   OutputFile output = {line.outputFileName, nullptr, {}};
   PareResult result;
   pareWorldText(input.get(), inputSize, &options, &output, &result);

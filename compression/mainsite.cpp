@@ -103,6 +103,7 @@ class Site {
   void run() {
     unsigned jobs = options_.jobs > 0 ? unsigned(options_.jobs)
                                       : std::max(1u, std::thread::hardware_concurrency());
+    options_.pare.memoryLimit /= jobs;
     std::vector<std::thread> threads;
     for (unsigned i = 1; i < jobs; i++) threads.emplace_back([this] { work(); });
     work();

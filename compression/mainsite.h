@@ -8,7 +8,7 @@
 #include "pareworld.h"
 
 struct SiteOptions {
-  PareOptions pare;        // leniency, vrml97 and digits for every world
+  PareOptions pare;        // leniency, vrml97, digits and the memory of all jobs together
   int jobs;                // worlds pared at once; 0: one a core
   const char* reportPath;  // one CSV row a file, or NULL
 };

@@ -23,6 +23,8 @@ struct PareOptions {
   const char* inputName; /* the name of the input in messages; NULL reads as "" */
   int digits;            /* --digits N, 1 to 9, with vrml97: the significant digits of the
                             floats that no Script can see; 0 keeps every float exact */
+  size_t memoryLimit;    /* the most bytes that the run's records may hold: a world that needs
+                            more stops with "Out of memory"; 0: what the system gives */
 };
 
 struct PareResult {

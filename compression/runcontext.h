@@ -297,6 +297,8 @@ struct RunContext {
   RunHeap* heap;   ///< where records of the run come from
   Diagnostics* diagnostics;
   ReadingState reading;
+  size_t heapBytes = 0;  ///< held by the records and objects of the run's heaps
+  size_t heapLimit = 0;  ///< the most heapBytes may reach; 0: no limit
 };
 
 /// The record of the run on this thread. A plain thread-local pointer: it

@@ -19,10 +19,19 @@ namespace {
 
 RunHeap::Link* linkOf(void* object) { return static_cast<RunHeap::Link*>(object) - 1; }
 
+// A run that would hold more than its limit stops as one that the system
+// refused memory: before the system kills it for taking all there is.
 void* allocateLinked(size_t size) {
-  auto* link = static_cast<RunHeap::Link*>(calloc(1, sizeof(RunHeap::Link) + size));
+  size += sizeof(RunHeap::Link);
+  RunContext& run = *currentRun;
+  if (run.heapLimit != 0 && size > run.heapLimit - std::min(run.heapBytes, run.heapLimit)) {
+    throw std::bad_alloc();
+  }
+  auto* link = static_cast<RunHeap::Link*>(calloc(1, size));
   if (link == nullptr) throw std::bad_alloc();
-  RunHeap::Link* ring = &currentRun->heap->objects;
+  run.heapBytes += size;
+  link->size = size;
+  RunHeap::Link* ring = &run.heap->objects;
   link->previous = ring;
   link->next = ring->next;
   ring->next->previous = link;
@@ -85,6 +94,7 @@ void releaseObject(void* object) {
   RunHeap::Link* link = linkOf(object);
   link->previous->next = link->next;
   link->next->previous = link->previous;
+  currentRun->heapBytes -= std::min(currentRun->heapBytes, link->size);
   free(link);
 }
 

@@ -60,11 +60,12 @@ class RunArena {
 /// Outside any run a heap of the process serves, never freed.
 struct RunHeap {
   struct Link {
+    size_t size;  ///< of the allocation, this link included
     Link* previous;
-    Link* next;
+    Link* next;  ///< the word before the allocation's memory: an aligned address
   };
   static constexpr size_t kObjectClasses = 32;  ///< small objects: 8, 16, ... 256 bytes
-  Link objects = {&objects, &objects};  ///< a ring of the blocks and of the larger objects
+  Link objects = {0, &objects, &objects};  ///< a ring of the blocks and of the larger objects
   char* blockNext = nullptr;            ///< the free part of the block of small records
   char* blockEnd = nullptr;
   void* freeObjects[kObjectClasses] = {};  ///< given-back small objects, by size

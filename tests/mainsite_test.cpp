@@ -59,7 +59,7 @@ TEST(PareSite, ParesWorldsCopiesTheRestAndListsStops) {
   writeAll(in + "/page.wrl", page);
   writeAll(in + "/tex.png", texture);
 
-  SiteOptions options = {{0, 0, 0, nullptr, 0}, 1, report.c_str()};
+  SiteOptions options = {{0, 0, 0, nullptr, 0, 0}, 1, report.c_str()};
   ASSERT_EQ(pareSite(in.c_str(), out.c_str(), options), 2);
   std::string pared = readAll(out + "/a/group.wrz");
   EXPECT_EQ(gunzipped(pared), "#VRML V2.0 utf8\nGroup {\n}\n");

@@ -175,27 +175,32 @@ TEST(PareWorld, ForkingRoutesUnderLeniencyEndAfterAMillionDeliveries) {
     routes += "ROUTE C" + a + ".translation TO " + next + ".translation\n";
   }
   world += "DEF A20 Transform { }\n" + routes;
-  Outcome outcome = pared(world, {1, 0, 0, nullptr, 0});
+  Outcome outcome = pared(world, {1, 0, 0, nullptr, 0, 0});
   EXPECT_EQ(outcome.status, -3);
   EXPECT_EQ(outcome.messages.rfind("Warning: Infinite or near infinite loop detected!\n", 0), 0u);
   EXPECT_NE(outcome.messages.find("Assertion failed \"cascadeEventCount < 1000000\""),
             std::string::npos);
 }
 
+// PROTOs each of whose bodies holds two instances of the one before: the
+// instance of the last has 2^levels Groups.
+std::string doublingProtos(int levels) {
+  std::string world = "#VRML V2.0 utf8\nPROTO P0 [ ] { Group { } }\n";
+  for (int i = 1; i <= levels; i++) {
+    std::string level = std::to_string(i), below = "P" + std::to_string(i - 1) + " { } ";
+    world += "PROTO P" + level + " [ ] { Group { children [ " + below + below + "] } }\n";
+  }
+  return world + "P" + std::to_string(levels) + " { }\n";
+}
+
 // Under a limit of address space (1 GB, half the passes' stack) a small world
 // is pared, and one that outgrows the limit stops with the message of its
-// own, its memory given back: each PROTO here holds two of the one before, so
-// the instance at the end would have 2^40 Groups.
+// own, its memory given back.
 TEST(PareWorld, UnderAnAddressSpaceLimitAWorldRunsOrStopsInOrder) {
 #ifdef WORLDPARE_SANITIZE
   GTEST_SKIP() << "the sanitizers reserve more address space than the limit";
 #else
-  std::string world = "#VRML V2.0 utf8\nPROTO P0 [ ] { Group { } }\n";
-  for (int i = 1; i <= 40; i++) {
-    std::string level = std::to_string(i), below = "P" + std::to_string(i - 1) + " { } ";
-    world += "PROTO P" + level + " [ ] { Group { children [ " + below + below + "] } }\n";
-  }
-  world += "P40 { }\n";
+  std::string world = doublingProtos(40);
   auto run = [&world]() {
     rlimit limit = {rlim_t(1) << 30, RLIM_INFINITY};
     setrlimit(RLIMIT_AS, &limit);
@@ -207,6 +212,20 @@ TEST(PareWorld, UnderAnAddressSpaceLimitAWorldRunsOrStopsInOrder) {
   };
   EXPECT_EXIT(run(), testing::ExitedWithCode(253), "^Out of memory\n$");
 #endif
+}
+
+// A run holds its records within the limit it is given, counting what it
+// gives back: the world of 2^40 Groups stops at 64 MB as one that the system
+// refused memory, in either mode, and one of 2^15 Groups that needs most of the
+// limit is pared.
+TEST(PareWorld, AWorldThatOutgrowsTheRunsMemoryLimitStops) {
+  for (int vrml97 : {0, 1}) {
+    PareOptions options = {0, vrml97, 0, nullptr, 0, size_t(64) << 20};
+    Outcome outcome = pared(doublingProtos(40), options);
+    EXPECT_EQ(outcome.status, -3);
+    EXPECT_EQ(outcome.messages, "Out of memory\n");
+    EXPECT_EQ(pared(doublingProtos(15), options).status, 1) << "--vrml97 " << vrml97;
+  }
 }
 
 // Each segment of a deep recursion reserves a stack of its own, so under a

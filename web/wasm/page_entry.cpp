@@ -18,7 +18,7 @@ extern "C" {
 EMSCRIPTEN_KEEPALIVE void pareForPage(const char* input, size_t size, int leniency, int vrml97,
                                       int digits, const char* inputName) {
   releasePareResult(&lastResult);
-  PareOptions options = {leniency, vrml97, 0, inputName, digits};
+  PareOptions options = {leniency, vrml97, 0, inputName, digits, 0};
   pareWorld(input, size, &options, &lastResult);
 }
 
