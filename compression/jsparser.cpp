@@ -862,36 +862,67 @@ const char* memberPointGap(const JSExpression* expr) {
   return strspn(text, "0123456789") == strlen(text) ? "." : "";
 }
 
+// The part of the expression whose text comes first: itself, or its leftmost
+// operand, down as far as the text begins there.
+const JSExpression* leftmost(const JSExpression* expr) {
+  for (;;) {
+    switch (expr->type) {
+    case JSExpression::BINARY:
+    case JSExpression::INDEX:
+      expr = expr->binary.expr1;
+      break;
+    case JSExpression::CONDITIONAL:
+      expr = expr->conditional.test;
+      break;
+    case JSExpression::POSTFIX:
+      expr = expr->unary.expr;
+      break;
+    case JSExpression::CALL:
+      expr = expr->call.function;
+      break;
+    default:
+      return expr;
+    }
+  }
+}
+
 // The first character that the expression's text will have.
 char leadingChar(const JSExpression* expr) {
-  switch (expr->type) {
+  const JSExpression* first = leftmost(expr);
+  switch (first->type) {
   case JSExpression::UNARY:
-    return expr->unary.token[0];
-  case JSExpression::BINARY:
-  case JSExpression::INDEX:
-    return leadingChar(expr->binary.expr1);
-  case JSExpression::CONDITIONAL:
-    return leadingChar(expr->conditional.test);
-  case JSExpression::POSTFIX:
-    return leadingChar(expr->unary.expr);
-  case JSExpression::CALL:
-    return leadingChar(expr->call.function);
+    return first->unary.token[0];
   case JSExpression::FLOAT:
   case JSExpression::INT: {
     char buffer[kNumberTextSize];
-    return numberText(buffer, expr)[0];
+    return numberText(buffer, first)[0];
   }
   default:
     return 0;  // a name, a word, a quote or a parenthesis: never a sign
   }
 }
 
+bool beginsWithUnary(const JSExpression* expr, const char* token) {
+  const JSExpression* first = leftmost(expr);
+  return first->type == JSExpression::UNARY && isWord(first->unary.token, token);
+}
+
+// Whether the operand's text begins with "!--": after a "<" browsers would
+// read "<!--" as the start of a comment.
+bool beginsWithNotDecrement(const JSExpression* operand) {
+  return beginsWithUnary(operand, "!") && beginsWithUnary(leftmost(operand)->unary.expr, "--");
+}
+
 // An operator ending in a sign gets a blank before an operand that begins with
-// the same sign, so that "- -b" is not read back as "--b".
+// the same sign, so that "- -b" is not read back as "--b"; under --vrml97 a
+// "<" gets one before "!--".
 void printOperand(FILE* stream, const char* token, const JSExpression* operand) {
   printText(stream, token);
   char last = token[strlen(token) - 1];
   if ((last == '+' || last == '-') && leadingChar(operand) == last) printText(stream, " ");
+  if (vrml97Option() && isWord(token, "<") && beginsWithNotDecrement(operand)) {
+    printText(stream, " ");
+  }
   printExpression(stream, operand);
 }
 

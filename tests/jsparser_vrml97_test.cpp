@@ -36,6 +36,10 @@ TEST(Vrml97Scripts, SemicolonsAreInsertedAsEcmaScriptSays) {
       {"function f() { a = 0 .b; c = 1.5.d; }", "function f() {\na=0..b;\nc=1.5.d;\n}\n"},
       // Statements outside the functions come first, in their order.
       {"var k = 2\nfunction f() { }\nk = 3", "var k=2;\nk=3;\nfunction f() {\n}\n"},
+      // A "<" keeps a blank before "!--": browsers read "<!--" as the start of
+      // a comment, not after "<<" or "<=".
+      {"function f() { a = t < !--v; b = t < !--v * 2; c = t <= !--v; d = t << !--v; e = t < !v--; }",
+       "function f() {\na=t< !--v;\nb=t< !--v*2;\nc=t<=!--v;\nd=t<<!--v;\ne=t<!v--;\n}\n"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(asVrml97([&]() { return printedScript(c.script); }), c.printed) << c.script;
