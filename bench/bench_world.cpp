@@ -226,7 +226,7 @@ struct Shape {
 // The first size of a shape whose nodes are small (fan-out, DEF names) is
 // already past the processor's cache, which a doubling below it also measures.
 const Shape kShapes[] = {
-    {"fan-out", writeFanOut, 32000, "--vrml97"},
+    {"fan-out", writeFanOut, 64000, "--vrml97"},
     {"scripts", writeScripts, 16000, "--vrml97"},
     {"Script fields", writeScriptFields, 12500, "--vrml97"},
     {"script calls", writeScriptCalls, 16000, "--vrml97"},

@@ -1,6 +1,7 @@
 // String table: chained hashing; the buckets grow when the chains grow long.
 #include "stringtable.h"
 
+#include <cctype>
 #include <cstring>
 
 StringTable::StringTable(int32_t count, void (*release)(void*))
@@ -19,28 +20,59 @@ StringTable::~StringTable() {
   releaseObject(buckets);
 }
 
-// FNV-1a over the bytes, then a final mix so that keys that differ in their
-// last bytes only (N1, N2, ...) spread over the low bits that pick the bucket.
-// Keys with equal full hashes share every chain that they fall in, so the
-// hash must tell apart the names of large worlds, which are often numbered.
+namespace {
+
+// The start of the number that ends a key.
+const char* closingNumber(const char* key, const char* end) {
+  const char* number = end;
+  while (number != key && isdigit(static_cast<unsigned char>(number[-1]))) number--;
+  return number;
+}
+
+bool isOddPrime(int32_t number) {
+  if (number % 2 == 0) return false;
+  for (int32_t divisor = 3; divisor <= number / divisor; divisor += 2) {
+    if (number % divisor == 0) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+// FNV-1a over the bytes before the key's closing number and over the count of
+// its digits (N01 is not N1), then a final mix; the number, modulo 2^32, is
+// added last.
+// Names of large worlds are mostly numbered (N1, N2, ...) and met in the order
+// of their numbers, so consecutive names fall in neighbouring buckets: the
+// lookups of a large world go through the buckets and the entries in order,
+// and find them in the processor's cache, where random buckets miss it.
 uint32_t StringTable::hashString(const char* key) {
+  const char* end = key + strlen(key);
+  const char* number = closingNumber(key, end);
   uint32_t hash = 2166136261u;
-  for (const char* p = key; *p != 0; p++) {
+  for (const char* p = key; p != number; p++) {
     hash ^= static_cast<unsigned char>(*p);
     hash *= 16777619u;
   }
+  hash ^= uint32_t(end - number);
+  hash *= 16777619u;
   hash ^= hash >> 16;
   hash *= 0x85EBCA6Bu;
   hash ^= hash >> 13;
-  return hash;
+  uint32_t value = 0;
+  for (const char* p = number; p != end; p++) value = value * 10 + uint32_t(*p - '0');
+  return hash + value;
 }
 
-// More entries than buckets: twice the buckets and one more.
+// More entries than buckets: the first prime above twice the buckets. Names
+// numbered in steps (N10, N20, ...) hash in the same steps, which a prime
+// count of buckets shares no factor with: they spread over all the buckets.
 // Each chain keeps its order, so that a key added again still hides the older.
 void StringTable::grow() {
   int32_t oldCount = bucketCount;
   Entry** oldBuckets = buckets;
   bucketCount = oldCount * 2 + 1;
+  while (!isOddPrime(bucketCount)) bucketCount += 2;
   buckets = newObjectArray<Entry*>(size_t(bucketCount));
   Entry*** tails = newObjectArray<Entry**>(size_t(bucketCount));
   for (int32_t i = 0; i < bucketCount; i++) tails[i] = &buckets[i];

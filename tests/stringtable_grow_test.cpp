@@ -1,10 +1,12 @@
 // The string table grows past one entry a bucket: every key is still found,
 // and a key added again before and after a growth hides the older entry until
-// it is removed. Numbered names, as large worlds have them, hash apart.
+// it is removed. Numbered names, as large worlds have them, hash apart, and
+// consecutive numbers to consecutive hashes.
 #include "stringtable.h"
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -12,7 +14,7 @@
 namespace {
 
 TEST(StringTableGrowth, KeysAndHiddenEntriesSurviveGrowing) {
-  StringTable table(3, nullptr);  // grows at 7, 15, 31, ... entries
+  StringTable table(3, nullptr);  // grows at 4, 8, 18, 38, ... entries
   std::vector<int> data(1000);
   int older = -1, newer = -2;
   table.addString("again", &older);
@@ -42,6 +44,26 @@ TEST(StringTableGrowth, NumberedNamesHashApart) {
     }
     EXPECT_GE(hashes.size(), 199990u) << prefix;
   }
+}
+
+// The number that ends a key is added to the hash of the rest and of the
+// count of digits.
+TEST(StringTableGrowth, ConsecutiveNumbersHashToConsecutiveValues) {
+  struct Neighbours {
+    const char* key;
+    const char* next;
+  } const kNeighbours[] = {
+      {"N123", "N124"}, {"Transform_9", "Transform_10"},  // one digit more: not neighbours
+      {"T7_0", "T7_1"}, {"x123456789012", "x123456789013"}, {"N01", "N02"},
+  };
+  for (const Neighbours& pair : kNeighbours) {
+    bool sameDigits = strlen(pair.key) == strlen(pair.next);
+    EXPECT_EQ(StringTable::hashString(pair.next) - StringTable::hashString(pair.key) == 1, sameDigits)
+        << pair.key;
+  }
+  EXPECT_NE(StringTable::hashString("N1"), StringTable::hashString("N01"));
+  EXPECT_NE(StringTable::hashString("x1000000000"), StringTable::hashString("x2000000000"));
+  EXPECT_NE(StringTable::hashString("a"), StringTable::hashString("b"));
 }
 
 }  // namespace
