@@ -2,6 +2,7 @@
 #include "stringtable.h"
 
 #include <cctype>
+#include <cstddef>
 #include <cstring>
 
 StringTable::StringTable(int32_t count, void (*release)(void*))
@@ -22,10 +23,17 @@ StringTable::~StringTable() {
 
 namespace {
 
-// The start of the number that ends a key.
+// The start of the number that ends a key: its last nine digits at most.
+// Below 10^9 the numbers of two keys that differ in them alone differ as
+// 32-bit values too, so such keys never share a hash.
+constexpr ptrdiff_t kNumberDigits = 9;
+
 const char* closingNumber(const char* key, const char* end) {
   const char* number = end;
-  while (number != key && isdigit(static_cast<unsigned char>(number[-1]))) number--;
+  while (number != key && end - number < kNumberDigits &&
+         isdigit(static_cast<unsigned char>(number[-1]))) {
+    number--;
+  }
   return number;
 }
 
@@ -40,8 +48,7 @@ bool isOddPrime(int32_t number) {
 }  // namespace
 
 // FNV-1a over the bytes before the key's closing number and over the count of
-// its digits (N01 is not N1), then a final mix; the number, modulo 2^32, is
-// added last.
+// its digits (N01 is not N1), then a final mix; the number is added last.
 // Names of large worlds are mostly numbered (N1, N2, ...) and met in the order
 // of their numbers, so consecutive names fall in neighbouring buckets: the
 // lookups of a large world go through the buckets and the entries in order,

@@ -46,8 +46,9 @@ TEST(StringTableGrowth, NumberedNamesHashApart) {
   }
 }
 
-// The number that ends a key is added to the hash of the rest and of the
-// count of digits.
+// The number that ends a key, its last nine digits, is added to the hash of
+// the rest and of the count of digits: keys of one length and one beginning
+// never share a hash, as numbers of more digits taken modulo 2^32 would.
 TEST(StringTableGrowth, ConsecutiveNumbersHashToConsecutiveValues) {
   struct Neighbours {
     const char* key;
@@ -63,6 +64,7 @@ TEST(StringTableGrowth, ConsecutiveNumbersHashToConsecutiveValues) {
   }
   EXPECT_NE(StringTable::hashString("N1"), StringTable::hashString("N01"));
   EXPECT_NE(StringTable::hashString("x1000000000"), StringTable::hashString("x2000000000"));
+  EXPECT_NE(StringTable::hashString("N10000000000"), StringTable::hashString("N14294967296"));
   EXPECT_NE(StringTable::hashString("a"), StringTable::hashString("b"));
 }
 
