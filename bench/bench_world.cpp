@@ -258,42 +258,71 @@ long generateShape(const std::string& path, const Shape& shape, int n) {
   return size;
 }
 
-// The least CPU time of a few runs: what other loads of the machine add is
-// never negative. The runs go round the four sizes in turn, so that a spell
-// of load on the machine falls on every size alike.
-constexpr int kRunsPerSize = 5;
+// The least CPU time of each size over rounds that go round the four sizes in
+// turn, so that a spell of load on the machine falls on every size alike: what
+// other loads add is never negative. On a shared machine a spell can outlast
+// a few rounds, so the rounds go on until kSteadyRounds in a row lower no
+// least time by more than kSteadyGain.
+constexpr int kMinRounds = 5;
+constexpr int kMaxRounds = 15;
+constexpr int kSteadyRounds = 3;
+constexpr double kSteadyGain = 0.02;
+
+struct ShapeTimes {
+  double seconds[4];
+  long peakKilobytes;
+  int rounds;
+};
+
+// One round: each size once. True if it lowered a least time by more than kSteadyGain.
+bool runRound(const char* tool, const Shape& shape, const std::string (&inputs)[4],
+              const std::string& output, ShapeTimes* times) {
+  bool gained = false;
+  for (int step = 0; step < 4; step++) {
+    RunResult result = runTool(tool, inputs[step], output, shape.option);
+    if (result.status != 1) printf("%s at %d: status %d\n", shape.name, shape.n << step, result.status);
+    if (result.cpuSeconds < times->seconds[step] * (1 - kSteadyGain)) gained = true;
+    times->seconds[step] = std::min(times->seconds[step], result.cpuSeconds);
+    times->peakKilobytes = result.peakKilobytes;
+  }
+  return gained;
+}
+
+ShapeTimes timeShape(const char* tool, const Shape& shape, const std::string (&inputs)[4],
+                     const std::string& output) {
+  ShapeTimes times = {{1e9, 1e9, 1e9, 1e9}, 0, 0};
+  int steadyRounds = 0;
+  while (times.rounds < kMaxRounds && (times.rounds < kMinRounds || steadyRounds < kSteadyRounds)) {
+    steadyRounds = runRound(tool, shape, inputs, output, &times) ? 0 : steadyRounds + 1;
+    times.rounds++;
+  }
+  return times;
+}
 
 // Only the rows of `only` when it names a shape.
 void benchShapes(const char* tool, const std::string& directory, const char* only) {
-  printf("\nCPU seconds of each shape at n, 2n, 4n, 8n (the least of %d runs); ratio: the largest "
-         "of one doubling\n", kRunsPerSize);
-  printf("%-18s %-9s %8s %9s %9s %9s %9s %7s %6s %7s\n", "shape", "option", "n", "t(n)", "t(2n)",
-         "t(4n)", "t(8n)", "ratio", "8n MB", "peak MB");
+  printf("\nCPU seconds of each shape at n, 2n, 4n, 8n (the least of each size over the rounds); "
+         "ratio: the largest of one doubling\n");
+  printf("%-18s %-9s %8s %9s %9s %9s %9s %7s %6s %7s %6s\n", "shape", "option", "n", "t(n)", "t(2n)",
+         "t(4n)", "t(8n)", "ratio", "8n MB", "peak MB", "rounds");
   for (const Shape& shape : kShapes) {
     if (only != nullptr && strcmp(only, shape.name) != 0) continue;
     std::string output = directory + "/shape.out.wrl";
     std::string inputs[4];
-    double seconds[4];
     long size = 0;
     for (int step = 0; step < 4; step++) {
       inputs[step] = directory + "/shape-" + std::to_string(step) + ".wrl";
       size = generateShape(inputs[step], shape, shape.n << step);
-      seconds[step] = 1e9;
     }
-    long peakKilobytes = 0;
-    for (int run = 0; run < kRunsPerSize; run++) {
-      for (int step = 0; step < 4; step++) {
-        RunResult result = runTool(tool, inputs[step], output, shape.option);
-        if (result.status != 1) printf("%s at %d: status %d\n", shape.name, shape.n << step, result.status);
-        seconds[step] = std::min(seconds[step], result.cpuSeconds);
-        peakKilobytes = result.peakKilobytes;
-      }
-    }
+    ShapeTimes times = timeShape(tool, shape, inputs, output);
+    const double* seconds = times.seconds;
     double worst = 0;
     for (int step = 1; step < 4; step++) worst = std::max(worst, seconds[step] / seconds[step - 1]);
-    printf("%-18s %-9s %8d %9.3f %9.3f %9.3f %9.3f %6.2fx %6.1f %7.1f\n", shape.name,
+    printf("%-18s %-9s %8d %9.3f %9.3f %9.3f %9.3f %6.2fx %6.1f %7.1f %6d\n", shape.name,
            shape.option != nullptr ? shape.option : "", shape.n, seconds[0], seconds[1], seconds[2],
-           seconds[3], worst, double(size) / (1 << 20), double(peakKilobytes) / 1024);
+           seconds[3], worst, double(size) / (1 << 20), double(times.peakKilobytes) / 1024,
+           times.rounds);
+    fflush(stdout);
   }
 }
 
