@@ -283,7 +283,6 @@ bool runRound(const char* tool, const Shape& shape, const std::string (&inputs)[
     if (result.status != 1) printf("%s at %d: status %d\n", shape.name, shape.n << step, result.status);
     if (result.cpuSeconds < times->seconds[step] * (1 - kSteadyGain)) gained = true;
     times->seconds[step] = std::min(times->seconds[step], result.cpuSeconds);
-    times->peakKilobytes = result.peakKilobytes;
   }
   return gained;
 }
@@ -291,10 +290,11 @@ bool runRound(const char* tool, const Shape& shape, const std::string (&inputs)[
 // A first run of the largest size is not timed: a virtual machine's memory
 // costs the most when the guest first uses it (the host backs it then), and a
 // run that reaches past what earlier runs used pays that on every page beyond.
+// That run gives the peak memory at 8n.
 ShapeTimes timeShape(const char* tool, const Shape& shape, const std::string (&inputs)[4],
                      const std::string& output) {
-  runTool(tool, inputs[3], output, shape.option);
-  ShapeTimes times = {{1e9, 1e9, 1e9, 1e9}, 0, 0};
+  long peakKilobytes = runTool(tool, inputs[3], output, shape.option).peakKilobytes;
+  ShapeTimes times = {{1e9, 1e9, 1e9, 1e9}, peakKilobytes, 0};
   int steadyRounds = 0;
   while (times.rounds < kMaxRounds && (times.rounds < kMinRounds || steadyRounds < kSteadyRounds)) {
     steadyRounds = runRound(tool, shape, inputs, output, &times) ? 0 : steadyRounds + 1;
